@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <memory>
+
+namespace testsupport {
+
+// A sparse image file attached to a loop device, with the mounts made of it. Everything is undone
+// (unmounted, detached, deleted) when the object goes away, so a failed test leaves no device.
+class LoopImage {
+public:
+    // Null with a reason in *why when the machine cannot make one (not root, no loop devices).
+    static std::unique_ptr<LoopImage> create(qint64 sizeMiB, QString *why);
+    // Partition table with `partitions` equal partitions, attached with partition scanning.
+    static std::unique_ptr<LoopImage> createPartitioned(qint64 sizeMiB, int partitions,
+                                                        QString *why);
+    ~LoopImage();
+    LoopImage(const LoopImage &) = delete;
+    LoopImage &operator=(const LoopImage &) = delete;
+
+    QString device() const { return m_device; }
+    // /dev/loopNpK, or the whole device for K == 0.
+    QString partition(int number) const;
+    // The kernel name without /dev/, as the disk layer reports it.
+    static QString kernelName(const QString &devicePath);
+
+    // fsType: ntfs, ext4, btrfs or xfs.
+    bool format(const QString &devicePath, const QString &fsType, const QString &label,
+                QString *why);
+    // Mounts at a fresh folder (with `folderName` as its last component) and returns the folder,
+    // or "" with a reason. NTFS goes through ntfs-3g.
+    QString mount(const QString &devicePath, const QString &fsType, bool readOnly, QString *why,
+                  const QString &folderName = QStringLiteral("volume"));
+    bool unmount(const QString &mountPoint);
+    QString scratchDir() const { return m_dir.path(); }
+
+private:
+    LoopImage() = default;
+    bool createFile(qint64 sizeMiB, QString *why);
+    bool attachFile(bool partitionScan, QString *why);
+
+    QTemporaryDir m_dir;
+    QString m_image;
+    QString m_device;
+    QStringList m_mounts;
+};
+
+} // namespace testsupport
