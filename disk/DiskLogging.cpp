@@ -1,0 +1,3 @@
+#include "disk/DiskLogging.h"
+
+Q_LOGGING_CATEGORY(lcDisk, "vantrelo.disk")

@@ -1,0 +1,249 @@
+#include "disk/NTDiskManager.h"
+
+#include "disk/BlockEventMonitor.h"
+#include "disk/DiskLogging.h"
+#include "disk/MountMonitor.h"
+#include "disk/VolumeFormat.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QThread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Mounts a person does not think of as volumes: sub-folders bound elsewhere, and the images that
+// packaged software mounts.
+bool isHiddenMount(const MountEntry &entry) {
+    if (!entry.root.isEmpty() && entry.root != "/"_L1)
+        return true;
+    return entry.fsType == "squashfs"_L1 && entry.target.startsWith("/snap/"_L1);
+}
+
+QString volumeName(const QString &label, const QString &mountPath,
+                   const std::function<QString()> &hostName) {
+    if (!label.isEmpty())
+        return label;
+    if (mountPath == "/"_L1)
+        return hostName ? hostName() : QString();
+    return QFileInfo(mountPath).fileName();
+}
+
+const MountEntry *topMountAt(const QList<MountEntry> &entries, const QString &target) {
+    // Later lines are mounted over earlier ones at the same place.
+    for (auto it = entries.crbegin(); it != entries.crend(); ++it)
+        if (it->target == target)
+            return &*it;
+    return nullptr;
+}
+
+bool isInsideMount(const QString &path, const QString &target) {
+    if (target == "/"_L1)
+        return path.startsWith(u'/');
+    return path == target || path.startsWith(target + u'/');
+}
+
+} // namespace
+
+// One enumeration reads each device once, however many mounts share it.
+class NTDiskManager::DeviceCache {
+public:
+    explicit DeviceCache(const BlockDevices &devices)
+        : m_devices(devices) {}
+
+    const std::optional<BlockDeviceFacts> &lookup(const MountEntry &entry) {
+        const QString key = entry.source + u'\n' + QString::number(entry.devno);
+        auto it = m_facts.find(key);
+        if (it == m_facts.end())
+            it = m_facts.insert(key, m_devices.deviceForMount(entry));
+        return *it;
+    }
+
+private:
+    const BlockDevices &m_devices;
+    QHash<QString, std::optional<BlockDeviceFacts>> m_facts;
+};
+
+NTDiskManager *NTDiskManager::shared() {
+    static NTDiskManager *const instance = [] {
+        auto *manager = new NTDiskManager(DiskSystem::local());
+        if (QCoreApplication *app = QCoreApplication::instance()) {
+            manager->moveToThread(app->thread());
+            QMetaObject::invokeMethod(manager, &NTDiskManager::startMonitoring);
+        }
+        return manager;
+    }();
+    return instance;
+}
+
+NTDiskManager::NTDiskManager(DiskSystem system, QObject *parent)
+    : QObject(parent)
+    , m_system(std::move(system)) {}
+
+NTDiskManager::~NTDiskManager() = default;
+
+NTDiskDriveList NTDiskManager::getAllDiskDrive() const {
+    NTDiskDriveList drives;
+    DeviceCache devices(*m_system.blockDevices);
+    for (const MountEntry &entry : m_system.mountTable->read()) {
+        NTDiskDrivePtr drive = fillRecord(entry, devices);
+        if (!drive)
+            continue;
+        qCInfo(lcDisk).noquote() << u"bsdName:%1 name:%2 mountPath:%3 format:%4 iswritable:%5"_s
+                                        .arg(drive->bsdName(), drive->name(), drive->mountPath(),
+                                             drive->formatDescription())
+                                        .arg(int(drive->isWritable()));
+        drives.append(std::move(drive));
+    }
+    return drives;
+}
+
+NTDiskDrivePtr NTDiskManager::fillRecord(const MountEntry &entry, DeviceCache &devices) const {
+    if (isHiddenMount(entry))
+        return nullptr;
+    const std::optional<BlockDeviceFacts> &facts = devices.lookup(entry);
+    auto drive = std::make_shared<NTDiskDrive>();
+    drive->setMountPath(entry.target);
+    // FUSE mounts name only the transport; the device's own superblock names the file system.
+    const bool fuse = entry.fsType.startsWith("fuse"_L1);
+    drive->setFormatDescription(readableFormatName(
+        fuse && facts && !facts->fsType.isEmpty() ? facts->fsType : entry.fsType));
+    applyDeviceFacts(*drive, facts);
+    if (drive->mountPath().contains("/System/Volumes"_L1) || drive->bsdName().isEmpty())
+        return nullptr;
+
+    drive->setName(volumeName(facts->label, entry.target, m_system.hostName));
+    drive->setUuid(facts->uuid);
+    drive->setIcon(facts->external ? u"drive-removable-media"_s : u"drive-harddisk"_s);
+    const std::optional<VolumeSpace> space = m_system.volumeSpace->read(entry.target);
+    if (space) {
+        drive->setTotalSize(space->totalBytes);
+        drive->setFreeSize(space->availableBytes);
+    }
+    drive->setIsEjectable(facts->external);
+    drive->setIsEncrypted(facts->encrypted);
+    drive->setIsInternal(!facts->external);
+    // An internal disk counts as writable when its medium is, even if mounted read-only; an
+    // external volume only when it is mounted read/write.
+    drive->setIsWritable(drive->isInternal() ? facts->mediaWritable : !(space && space->readOnly));
+    drive->setGroupType(drive->isInternal() ? 0 : 1);
+    return drive;
+}
+
+void NTDiskManager::applyDeviceFacts(NTDiskDrive &drive,
+                                     const std::optional<BlockDeviceFacts> &facts) const {
+    if (mentionsNtfs(drive.formatDescription()))
+        drive.setFormatDescription(windowsNtfsDescription());
+    if (!facts)
+        return;
+    drive.setBsdName(facts->kernelName);
+    if (mentionsNtfs(facts->fsType))
+        drive.setFormatDescription(windowsNtfsDescription());
+}
+
+void NTDiskManager::setInfoWithIOKit(NTDiskDrive &drive) const {
+    const QList<MountEntry> entries = m_system.mountTable->read();
+    const MountEntry *entry = topMountAt(entries, drive.mountPath());
+    applyDeviceFacts(drive, entry ? m_system.blockDevices->deviceForMount(*entry) : std::nullopt);
+}
+
+bool NTDiskManager::checkWrite(const QString &path) {
+    const std::optional<VolumeSpace> space = StatvfsSpaceReader().read(path);
+    return !(space && space->readOnly);
+}
+
+bool NTDiskManager::startMonitoring() {
+    if (!m_mountMonitor) {
+        m_mountMonitor = new MountMonitor(this);
+        connect(m_mountMonitor, &MountMonitor::changed, this, &NTDiskManager::mountTableDidChange);
+    }
+    rememberTable(m_system.mountTable->read());
+    return m_mountMonitor->start();
+}
+
+void NTDiskManager::rememberTable(const QList<MountEntry> &entries) {
+    m_knownMounts.clear();
+    for (const MountEntry &entry : entries)
+        m_knownMounts.insert(entry.id, entry);
+}
+
+void NTDiskManager::mountTableDidChange() {
+    const QList<MountEntry> entries = m_system.mountTable->read();
+    QHash<int, MountEntry> current;
+    for (const MountEntry &entry : entries)
+        current.insert(entry.id, entry);
+    QList<MountEntry> gone;
+    for (const MountEntry &entry : std::as_const(m_knownMounts))
+        if (!current.contains(entry.id))
+            gone.append(entry);
+    // Children before parents, as the kernel unmounts them.
+    std::sort(gone.begin(), gone.end(),
+              [](const MountEntry &a, const MountEntry &b) { return a.id > b.id; });
+    QList<MountEntry> added;
+    for (const MountEntry &entry : entries)
+        if (!m_knownMounts.contains(entry.id))
+            added.append(entry);
+    m_knownMounts = std::move(current);
+
+    for (const MountEntry &entry : gone)
+        diskDidUnMount(entry);
+    for (const MountEntry &entry : added)
+        diskDidMount(entry);
+}
+
+void NTDiskManager::diskDidMount(const MountEntry &entry) {
+    DeviceCache devices(*m_system.blockDevices);
+    const NTDiskDrivePtr drive = fillRecord(entry, devices);
+    if (drive && m_delegate)
+        m_delegate->diskDidMount(drive);
+}
+
+void NTDiskManager::diskDidUnMount(const MountEntry &entry) {
+    if (m_delegate)
+        m_delegate->diskDidUnMount(entry.target);
+}
+
+void NTDiskManager::addLisener() {
+    if (m_session)
+        return;
+    m_session = new BlockEventMonitor(this);
+    connect(m_session, &BlockEventMonitor::deviceEvent, this, &NTDiskManager::blockDeviceDidChange);
+    m_session->start();
+}
+
+void NTDiskManager::blockDeviceDidChange(const QString &action, const QString &kernelName) {
+    const auto facts = m_system.blockDevices->deviceNamed(kernelName);
+    const bool gone = action == "remove"_L1;
+    // What is gone can no longer be probed; the mounts it leaves behind are reported all the same.
+    if (!gone && !(facts && facts->external && mentionsNtfs(facts->fsType)))
+        return;
+    DeviceCache devices(*m_system.blockDevices);
+    for (const MountEntry &entry : m_system.mountTable->read()) {
+        const auto &mounted = devices.lookup(entry);
+        const bool sameDevice = mounted ? mounted->kernelName == kernelName
+                                        : QFileInfo(entry.source).fileName() == kernelName;
+        if (!sameDevice)
+            continue;
+        if (gone)
+            diskDidUnMount(entry);
+        else if (const NTDiskDrivePtr drive = fillRecord(entry, devices); drive && m_delegate)
+            m_delegate->diskDidMount(drive);
+    }
+}
+
+QString bsdNameForPath(const QString &path, const DiskSystem &system) {
+    const QFileInfo info(path);
+    const QString canonical = info.exists() ? info.canonicalFilePath() : QDir::cleanPath(path);
+    const QList<MountEntry> entries = system.mountTable->read();
+    const MountEntry *best = nullptr;
+    for (const MountEntry &entry : entries)
+        if (isInsideMount(canonical, entry.target) &&
+            (!best || entry.target.size() >= best->target.size()))
+            best = &entry;
+    if (!best)
+        return {};
+    const auto facts = system.blockDevices->deviceForMount(*best);
+    return facts ? facts->kernelName : QString();
+}

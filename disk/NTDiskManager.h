@@ -1,0 +1,72 @@
+#pragma once
+
+#include "disk/DiskSystem.h"
+#include "disk/NTDiskDrive.h"
+
+#include <QHash>
+#include <QObject>
+
+class MountMonitor;
+class BlockEventMonitor;
+
+// Receives volumes as they come and go, on the main thread.
+class DiskMountDelegate {
+public:
+    virtual ~DiskMountDelegate() = default;
+    virtual void diskDidMount(const NTDiskDrivePtr &drive) = 0;
+    virtual void diskDidUnMount(const QString &mountPath) = 0;
+};
+
+// The process-wide source of volume records.
+class NTDiskManager final : public QObject {
+    Q_OBJECT
+public:
+    // Created once; when an application object exists it lives on its thread and follows the
+    // kernel mount table from then on.
+    static NTDiskManager *shared();
+
+    explicit NTDiskManager(DiskSystem system, QObject *parent = nullptr);
+    ~NTDiskManager() override;
+
+    // Every listed volume, in mount table order. Safe to call from any thread.
+    NTDiskDriveList getAllDiskDrive() const;
+
+    // NO only when the file system at the path says it is mounted read-only.
+    static bool checkWrite(const QString &path);
+
+    // Fills bsdName and settles formatDescription for a record whose mountPath and
+    // formatDescription are set.
+    void setInfoWithIOKit(NTDiskDrive &drive) const;
+
+    // Listens to external NTFS devices appearing and going away.
+    void addLisener();
+
+    DiskMountDelegate *delegate() const { return m_delegate; }
+    void setDelegate(DiskMountDelegate *delegate) { m_delegate = delegate; }
+
+    // Starts following the mount table; the table as it is now counts as already known.
+    bool startMonitoring();
+    // Reports what changed since the table was last read, by mount id: a volume unmounted and
+    // mounted again at the same path is two events, not none.
+    void mountTableDidChange();
+    // For one block-device event; only external, mountable, local NTFS devices are passed on.
+    void blockDeviceDidChange(const QString &action, const QString &kernelName);
+
+private:
+    class DeviceCache;
+
+    NTDiskDrivePtr fillRecord(const MountEntry &entry, DeviceCache &devices) const;
+    void applyDeviceFacts(NTDiskDrive &drive, const std::optional<BlockDeviceFacts> &facts) const;
+    void diskDidMount(const MountEntry &entry);
+    void diskDidUnMount(const MountEntry &entry);
+    void rememberTable(const QList<MountEntry> &entries);
+
+    DiskSystem m_system;
+    DiskMountDelegate *m_delegate = nullptr;
+    QHash<int, MountEntry> m_knownMounts;
+    MountMonitor *m_mountMonitor = nullptr;
+    BlockEventMonitor *m_session = nullptr;
+};
+
+// The kernel name of the device holding `path`, or a null string when no block device does.
+QString bsdNameForPath(const QString &path, const DiskSystem &system = DiskSystem::local());
