@@ -1,0 +1,3 @@
+#include "system/SystemLogging.h"
+
+Q_LOGGING_CATEGORY(lcSystem, "vantrelo.system")
