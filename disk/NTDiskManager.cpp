@@ -39,6 +39,13 @@ const MountEntry *topMountAt(const QList<MountEntry> &entries, const QString &ta
     return nullptr;
 }
 
+// The kernel gives a freed mount id to the next mount at once, so an unmount followed by a mount
+// at the same place can keep the id; what was mounted, and how, tells them apart.
+bool isSameMount(const MountEntry &a, const MountEntry &b) {
+    return a.id == b.id && a.devno == b.devno && a.source == b.source && a.target == b.target &&
+           a.fsType == b.fsType && a.root == b.root && a.options == b.options;
+}
+
 bool isInsideMount(const QString &path, const QString &target) {
     if (target == "/"_L1)
         return path.startsWith(u'/');
@@ -176,14 +183,16 @@ void NTDiskManager::mountTableDidChange() {
         current.insert(entry.id, entry);
     QList<MountEntry> gone;
     for (const MountEntry &entry : std::as_const(m_knownMounts))
-        if (!current.contains(entry.id))
+        if (const auto it = current.constFind(entry.id);
+            it == current.constEnd() || !isSameMount(*it, entry))
             gone.append(entry);
     // Children before parents, as the kernel unmounts them.
     std::sort(gone.begin(), gone.end(),
               [](const MountEntry &a, const MountEntry &b) { return a.id > b.id; });
     QList<MountEntry> added;
     for (const MountEntry &entry : entries)
-        if (!m_knownMounts.contains(entry.id))
+        if (const auto it = m_knownMounts.constFind(entry.id);
+            it == m_knownMounts.constEnd() || !isSameMount(*it, entry))
             added.append(entry);
     m_knownMounts = std::move(current);
 

@@ -172,11 +172,15 @@ protected:
     RecordingDelegate delegate;
 };
 
-TEST_F(MountEvents, UnmountAndMountAtTheSamePathBetweenTwoReadsAreBothReported) {
+class Remount : public MountEvents, public ::testing::WithParamInterface<int> {};
+
+// The kernel may hand the freed id straight to the new mount, or pick another.
+TEST_P(Remount, UnmountAndMountAtTheSamePathBetweenTwoReadsAreBothReported) {
     auto entries = desktopMountTable();
     MountEntry remounted = entryAt(entries, u"/media/anna/My Passport"_s);
     entries.removeIf([](const MountEntry &e) { return e.id == 30; });
-    remounted.id = 50;
+    remounted.id = GetParam();
+    remounted.options = u"rw,relatime rw,user_id=1000"_s;
     entries.append(remounted);
     fake.table->replace(entries);
     manager.mountTableDidChange();
@@ -184,11 +188,13 @@ TEST_F(MountEvents, UnmountAndMountAtTheSamePathBetweenTwoReadsAreBothReported) 
                                              "mount sdb1 /media/anna/My Passport"));
 }
 
+INSTANTIATE_TEST_SUITE_P(MountIds, Remount, ::testing::Values(30, 50));
+
 TEST_F(MountEvents, UnmountsPassEveryPathAndMountsOnlyListedVolumes) {
     auto entries = desktopMountTable();
     entries.removeIf([](const MountEntry &e) { return e.target == "/run"_L1; });
-    MountEntry ram{60, 21, 0, u"tmpfs"_s, u"/tmp/ram"_s, u"tmpfs"_s, u"/"_s};
-    MountEntry unknownDevice{61, 21, 0, u"/dev/sdz9"_s, u"/media/x"_s, u"ext4"_s, u"/"_s};
+    MountEntry ram{60, 21, 0, u"tmpfs"_s, u"/tmp/ram"_s, u"tmpfs"_s, u"/"_s, {}};
+    MountEntry unknownDevice{61, 21, 0, u"/dev/sdz9"_s, u"/media/x"_s, u"ext4"_s, u"/"_s, {}};
     entries << ram << unknownDevice;
     fake.table->replace(entries);
     manager.mountTableDidChange();

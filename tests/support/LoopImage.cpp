@@ -53,6 +53,9 @@ std::unique_ptr<LoopImage> LoopImage::createPartitioned(qint64 sizeMiB, int part
     }
     if (!image->attachFile(true, why))
         return nullptr;
+    // The scan at attach time can miss a table written just before; ask the kernel again.
+    runCommand(QStringLiteral("blockdev"), {QStringLiteral("--rereadpt"), image->m_device});
+    runCommand(QStringLiteral("partx"), {QStringLiteral("-a"), image->m_device});
     for (int attempt = 0; attempt < 100 && !QFileInfo::exists(image->partition(partitions));
          ++attempt)
         QThread::msleep(20);
@@ -87,9 +90,41 @@ bool LoopImage::attachFile(bool partitionScan, QString *why) {
     return true;
 }
 
+// Mount points of the device and its partitions, including mounts a test made by hand.
+QStringList LoopImage::mountsOfDevice() const {
+    QFile table(QStringLiteral("/proc/self/mountinfo"));
+    if (m_device.isEmpty() || !table.open(QIODevice::ReadOnly))
+        return {};
+    QStringList targets;
+    const auto lines = table.readAll().split('\n');
+    for (const QByteArray &line : lines) {
+        const auto fields = line.split(' ');
+        const qsizetype separator = fields.indexOf("-");
+        if (separator < 5 || separator + 2 >= fields.size())
+            continue;
+        const QString source = QString::fromUtf8(fields.at(separator + 2));
+        if (source == m_device || source.startsWith(m_device + QStringLiteral("p")))
+            targets.prepend(unescapeMountPath(fields.at(4)));
+    }
+    return targets;
+}
+
+QString LoopImage::unescapeMountPath(const QByteArray &escaped) {
+    QByteArray path;
+    for (qsizetype i = 0; i < escaped.size(); ++i) {
+        if (escaped.at(i) == '\\' && i + 3 < escaped.size()) {
+            path += char(escaped.mid(i + 1, 3).toInt(nullptr, 8));
+            i += 3;
+        } else {
+            path += escaped.at(i);
+        }
+    }
+    return QString::fromUtf8(path);
+}
+
 LoopImage::~LoopImage() {
-    for (auto it = m_mounts.crbegin(); it != m_mounts.crend(); ++it)
-        unmount(*it);
+    for (const QString &target : mountsOfDevice())
+        unmount(target);
     if (!m_device.isEmpty())
         runCommand(QStringLiteral("losetup"), {QStringLiteral("-d"), m_device});
 }
@@ -128,7 +163,7 @@ bool LoopImage::format(const QString &devicePath, const QString &fsType, const Q
 
 QString LoopImage::mount(const QString &devicePath, const QString &fsType, bool readOnly,
                          QString *why, const QString &folderName) {
-    const QString target = m_dir.filePath(QStringLiteral("m%1/").arg(m_mounts.size()) + folderName);
+    const QString target = m_dir.filePath(QStringLiteral("m%1/").arg(m_mountCount++) + folderName);
     if (!QDir().mkpath(target)) {
         fail(why, QStringLiteral("cannot create the mount folder"));
         return {};
@@ -144,7 +179,6 @@ QString LoopImage::mount(const QString &devicePath, const QString &fsType, bool 
         fail(why, QStringLiteral("mount failed: ") + result.output);
         return {};
     }
-    m_mounts << target;
     return target;
 }
 
@@ -152,7 +186,6 @@ bool LoopImage::unmount(const QString &mountPoint) {
     auto result = runCommand(QStringLiteral("umount"), {mountPoint});
     if (!result.ok())
         result = runCommand(QStringLiteral("umount"), {QStringLiteral("-l"), mountPoint});
-    m_mounts.removeAll(mountPoint);
     return result.ok();
 }
 

@@ -40,12 +40,14 @@ public:
 private:
     LoopImage() = default;
     bool createFile(qint64 sizeMiB, QString *why);
+    QStringList mountsOfDevice() const;
+    static QString unescapeMountPath(const QByteArray &escaped);
     bool attachFile(bool partitionScan, QString *why);
 
     QTemporaryDir m_dir;
     QString m_image;
     QString m_device;
-    QStringList m_mounts;
+    int m_mountCount = 0;
 };
 
 } // namespace testsupport
