@@ -1,0 +1,3 @@
+#include "analytics/AnalyticsLogging.h"
+
+Q_LOGGING_CATEGORY(lcAnalytics, "vantrelo.analytics")

@@ -1,0 +1,48 @@
+#include "system/BundleSub.h"
+
+#include "resources/TranslationFiles.h"
+#include "system/MuLanguage.h"
+
+#include <QCoreApplication>
+
+BundleSub::BundleSub() {
+    const QString system =
+        MuLanguage::languageForPreferredLanguages(MuLanguage::systemPreferredLanguages());
+    // The system's choice is what lookups fall back to when no language is attached.
+    (void)load(TranslationFiles::tablePath(system));
+}
+
+BundleSub *BundleSub::mainBundle() {
+    // Never destroyed: lookups may come from any thread until the very end of the process.
+    static BundleSub *const bundle = new BundleSub;
+    bundle->installOnce();
+    return bundle;
+}
+
+void BundleSub::installOnce() {
+    QMutexLocker lock(&m_mutex);
+    if (m_installed || !QCoreApplication::instance())
+        return;
+    QCoreApplication::installTranslator(this);
+    m_installed = true;
+}
+
+void BundleSub::setLanguageBundle(std::shared_ptr<const QTranslator> bundle) {
+    QMutexLocker lock(&m_mutex);
+    m_languageBundle = std::move(bundle);
+}
+
+std::shared_ptr<const QTranslator> BundleSub::languageBundle() const {
+    QMutexLocker lock(&m_mutex);
+    return m_languageBundle;
+}
+
+QString BundleSub::translate(const char *context, const char *sourceText,
+                             const char *disambiguation, int n) const {
+    if (const std::shared_ptr<const QTranslator> bundle = languageBundle()) {
+        const QString text = bundle->translate(context, sourceText, disambiguation, n);
+        // A null answer makes qtTrId() show the key; an empty one would show nothing.
+        return text.isEmpty() ? QString() : text;
+    }
+    return QTranslator::translate(context, sourceText, disambiguation, n);
+}
