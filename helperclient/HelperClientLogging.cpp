@@ -1,0 +1,3 @@
+#include "helperclient/HelperClientLogging.h"
+
+Q_LOGGING_CATEGORY(lcHelperClient, "vantrelo.helperclient")
