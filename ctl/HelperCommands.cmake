@@ -1,0 +1,9 @@
+# vantreloctl's helper commands, included from ctl/CMakeLists.txt.
+vantrelo_add_library(vantrelo_ctl_helper
+  SOURCES
+    HelperCommands.cpp
+  LINK
+    vantrelo_helperclient Qt6::Core)
+if(TARGET vantreloctl)
+  target_link_libraries(vantreloctl PRIVATE vantrelo_ctl_helper)
+endif()

@@ -1,0 +1,214 @@
+#include "ctl/HelperCommands.h"
+
+#include "helperclient/HelperCommand.h"
+#include "helperclient/NTCommandHelper.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+
+#include <chrono>
+#include <future>
+#include <memory>
+#include <mutex>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The application waits for ever; a person at a terminal should not have to.
+constexpr std::chrono::seconds kOperationBound{120};
+constexpr std::chrono::seconds kVersionBound{10};
+
+enum Exit { Ok = 0, Failed = 1, Usage = 2, Unreachable = 3, TimedOut = 4 };
+
+struct Verb {
+    const char *name;
+    int operands;
+    const char *usage;
+};
+
+constexpr Verb kVerbs[] = {
+    {"mount-rw", 1, "mount-rw DEVICE"},
+    {"open", 1, "open PATH"},
+    {"eject", 1, "eject DEVICE"},
+    {"repair", 1, "repair DEVICE"},
+    {"erase", 1, "erase DEVICE"},
+    {"rename", 2, "rename DEVICE NAME"},
+    {"helper-version", 0, "helper-version"},
+};
+
+const Verb *findVerb(const QString &name) {
+    for (const Verb &verb : kVerbs)
+        if (name == QLatin1StringView(verb.name))
+            return &verb;
+    return nullptr;
+}
+
+// "sdb1", "/dev/sdb1" or a /dev/disk/by-* link all name the kernel device sdb1.
+QString bsdNameOf(const QString &device, QString *why) {
+    const QString path = device.startsWith(u'/') ? device : u"/dev/"_s + device;
+    const QFileInfo info(path);
+    if (!info.exists()) {
+        *why = u"no such device: %1"_s.arg(device);
+        return {};
+    }
+    return QFileInfo(info.canonicalFilePath()).fileName();
+}
+
+// The volume label udev publishes for the device, or the device name when it has none.
+QString volumeNameOf(const QString &bsdName) {
+    const QDir labels(u"/dev/disk/by-label"_s);
+    for (const QFileInfo &link : labels.entryInfoList(QDir::System | QDir::Files)) {
+        if (QFileInfo(link.canonicalFilePath()).fileName() != bsdName)
+            continue;
+        // udev writes unsafe characters as \xNN.
+        QString label = link.fileName();
+        QByteArray decoded;
+        const QByteArray raw = label.toUtf8();
+        for (qsizetype i = 0; i < raw.size(); ++i) {
+            if (raw[i] == '\\' && i + 3 < raw.size() && raw[i + 1] == 'x') {
+                bool ok = false;
+                const int value = raw.mid(i + 2, 2).toInt(&ok, 16);
+                if (ok) {
+                    decoded.append(char(value));
+                    i += 3;
+                    continue;
+                }
+            }
+            decoded.append(raw[i]);
+        }
+        return QString::fromUtf8(decoded);
+    }
+    return bsdName;
+}
+
+struct Outcome {
+    bool replied = false;
+    wire::Dictionary reply;
+    QString error;
+};
+
+// Sends one command and waits for its reply, its transport error or the bound.
+std::optional<Outcome> sendAndWait(quint64 code, const wire::Dictionary &parameter,
+                                   std::chrono::seconds bound) {
+    // The channel thread needs an application object; the tool's main has none.
+    std::unique_ptr<QCoreApplication> app;
+    static int argc = 1;
+    static char name[] = "vantreloctl";
+    static char *argv[] = {name, nullptr};
+    if (!QCoreApplication::instance())
+        app = std::make_unique<QCoreApplication>(argc, argv);
+
+    struct Shared {
+        std::once_flag once;
+        std::promise<Outcome> promise;
+    };
+    auto shared = std::make_shared<Shared>();
+    std::future<Outcome> future = shared->promise.get_future();
+    std::optional<Outcome> outcome;
+    {
+        NTCommandHelper helper;
+        helper.sendCommand(
+            code, parameter,
+            [shared](const wire::Dictionary &reply) {
+                std::call_once(shared->once, [&] { shared->promise.set_value({true, reply, {}}); });
+            },
+            [shared](const QString &reason) {
+                std::call_once(shared->once, [&] {
+                    shared->promise.set_value({false, {}, reason});
+                });
+            });
+        if (future.wait_for(bound) == std::future_status::ready)
+            outcome = future.get();
+    }
+    return outcome;
+}
+
+void printReply(const wire::Dictionary &reply, QTextStream &out) {
+    if (reply.isEmpty())
+        out << "(empty reply)\n";
+    for (auto it = reply.cbegin(); it != reply.cend(); ++it)
+        out << it.key() << ": " << it.value() << '\n';
+}
+
+} // namespace
+
+bool isHelperCommand(const QString &verb) {
+    return findVerb(verb) != nullptr;
+}
+
+int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream &err) {
+    const Verb *verb = arguments.isEmpty() ? nullptr : findVerb(arguments.first());
+    if (!verb || arguments.size() != verb->operands + 1) {
+        err << "usage: vantreloctl " << (verb ? verb->usage : "helper-version") << Qt::endl;
+        return Usage;
+    }
+
+    quint64 code = 0;
+    wire::Dictionary parameter;
+    if (verb->operands > 0 && arguments[0] != "open"_L1) {
+        QString why;
+        const QString bsdName = bsdNameOf(arguments[1], &why);
+        if (bsdName.isEmpty()) {
+            err << why << Qt::endl;
+            return Usage;
+        }
+        using namespace helpercommand;
+        const QString &word = arguments[0];
+        if (word == "mount-rw"_L1) {
+            code = kMountReadWrite;
+            parameter = mountParameter(volumeNameOf(bsdName), bsdName);
+        } else if (word == "eject"_L1) {
+            code = kEject;
+            parameter = ejectParameter(volumeNameOf(bsdName), bsdName);
+        } else if (word == "repair"_L1) {
+            code = kRepair;
+            parameter = repairParameter(bsdName);
+        } else if (word == "erase"_L1) {
+            code = kErase;
+            parameter = eraseParameter(bsdName);
+        } else {
+            code = kRename;
+            parameter = renameParameter(arguments[2], bsdName);
+        }
+    } else if (arguments[0] == "open"_L1) {
+        code = helpercommand::kOpen;
+        parameter = helpercommand::openParameter(QFileInfo(arguments[1]).absoluteFilePath());
+    } else {
+        code = helpercommand::kHelperVersion;
+        parameter = helpercommand::helperVersionParameter();
+    }
+
+    const bool version = code == helpercommand::kHelperVersion;
+    const std::chrono::seconds bound = version ? kVersionBound : kOperationBound;
+    const std::optional<Outcome> outcome = sendAndWait(code, parameter, bound);
+    if (!outcome) {
+        err << "no reply from the helper within " << bound.count() << " s" << Qt::endl;
+        return TimedOut;
+    }
+    if (!outcome->replied) {
+        err << "helper unavailable: " << outcome->error << Qt::endl;
+        return Unreachable;
+    }
+    const std::optional<QString> result = helpercommand::resultOf(outcome->reply);
+    if (version) {
+        if (!result || result->isEmpty()) {
+            err << "the helper reported no version" << Qt::endl;
+            return Failed;
+        }
+        out << *result << Qt::endl;
+        return Ok;
+    }
+    printReply(outcome->reply, out);
+    out.flush();
+    if (!result) {
+        err << arguments[0] << " failed: the reply has no result" << Qt::endl;
+        return Failed;
+    }
+    if (!result->isEmpty()) {
+        err << arguments[0] << " failed: " << *result << Qt::endl;
+        return Failed;
+    }
+    return Ok;
+}

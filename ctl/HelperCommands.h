@@ -1,0 +1,13 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QTextStream>
+
+// vantreloctl's commands that go to the privileged helper: mount-rw, open, eject, repair, erase,
+// rename, helper-version.
+bool isHelperCommand(const QString &verb);
+
+// `arguments` start at the verb. Prints the reply to `out`; a failing "result", an unreachable
+// helper or no reply within the time bound prints one line to `err` and returns non-zero.
+int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream &err);
