@@ -1,0 +1,72 @@
+#include "helper/Caller.h"
+
+#include <grp.h>
+#include <pwd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace helper {
+
+namespace {
+
+std::vector<char> lookupBuffer() {
+    const long size = ::sysconf(_SC_GETPW_R_SIZE_MAX);
+    return std::vector<char>(size > 0 ? size_t(size) * 4 : 16384);
+}
+
+bool groupId(const char *name, gid_t *gid) {
+    std::vector<char> buffer(65536);
+    group entry{};
+    group *found = nullptr;
+    if (::getgrnam_r(name, &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
+        return false;
+    *gid = found->gr_gid;
+    return true;
+}
+
+} // namespace
+
+Caller Caller::forIds(pid_t pid, uid_t uid, gid_t gid) {
+    Caller caller;
+    caller.pid = pid;
+    caller.uid = uid;
+    caller.gid = gid;
+    caller.groups = {gid};
+    std::vector<char> buffer = lookupBuffer();
+    passwd entry{};
+    passwd *found = nullptr;
+    if (::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) == 0 && found) {
+        int count = 64;
+        std::vector<gid_t> groups(static_cast<size_t>(count));
+        if (::getgrouplist(found->pw_name, gid, groups.data(), &count) < 0) {
+            groups.resize(size_t(count));
+            ::getgrouplist(found->pw_name, gid, groups.data(), &count);
+        }
+        groups.resize(size_t(std::max(count, 0)));
+        if (!groups.empty())
+            caller.groups = groups;
+    }
+    caller.administrator = uid == 0;
+    for (const char *adminGroup : {"sudo", "wheel"}) {
+        gid_t adminGid = 0;
+        if (groupId(adminGroup, &adminGid) &&
+            std::find(caller.groups.begin(), caller.groups.end(), adminGid) != caller.groups.end())
+            caller.administrator = true;
+    }
+    return caller;
+}
+
+bool Caller::fromSocket(int fd, Caller *caller) {
+    ucred credentials{};
+    socklen_t length = sizeof credentials;
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0 ||
+        length != sizeof credentials)
+        return false;
+    *caller = forIds(credentials.pid, credentials.uid, credentials.gid);
+    return true;
+}
+
+} // namespace helper

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <vector>
+
+namespace helper {
+
+// The process on the other end of a connection, as the kernel vouches for it.
+struct Caller {
+    pid_t pid = 0;
+    uid_t uid = 0;
+    gid_t gid = 0;
+    std::vector<gid_t> groups;  // supplementary groups from the user database
+    bool administrator = false; // root, or a member of sudo or wheel
+
+    // From SO_PEERCRED of a connected Unix socket; false when the kernel gives nothing.
+    static bool fromSocket(int fd, Caller *caller);
+    // Fills groups and administrator from the user database.
+    static Caller forIds(pid_t pid, uid_t uid, gid_t gid);
+};
+
+} // namespace helper

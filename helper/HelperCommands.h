@@ -1,0 +1,81 @@
+#pragma once
+
+#include "helper/Caller.h"
+#include "helper/DeviceFacts.h"
+#include "helper/ToolRunner.h"
+#include "helperclient/wire/WireCodec.h"
+
+#include <chrono>
+#include <functional>
+#include <optional>
+
+namespace helper {
+
+// The numbers clients send; they are fixed by the protocol.
+enum CommandCode : quint64 {
+    kOpen = 0,
+    kMountReadWrite = 1,
+    kEject = 2,
+    kRepair = 3,
+    kErase = 4,
+    kVersion = 7,
+    kRename = 8,
+};
+
+// What to do with one request: either an answer right away, or work that must hold the lock of
+// one disk ("" when it needs none) while it runs.
+struct Plan {
+    std::optional<wire::Dictionary> immediate;
+    QString disk;
+    std::function<wire::Dictionary()> work;
+};
+
+class RequestHandler {
+public:
+    virtual ~RequestHandler() = default;
+    // Validates and authorizes; must not run any tool or change anything.
+    virtual Plan plan(const wire::Request &request, const Caller &caller) const = 0;
+};
+
+struct HelperSettings {
+    bool privileged = true; // running as root
+    QString version = QStringLiteral(VANTRELO_VERSION);
+    std::chrono::milliseconds quickLimit{std::chrono::seconds(30)};
+    std::chrono::milliseconds mountLimit{std::chrono::seconds(60)};
+    std::chrono::milliseconds longLimit{std::chrono::minutes(10)};
+};
+
+class HelperCommands : public RequestHandler {
+public:
+    HelperCommands(ToolRunner &runner, const DeviceFacts &facts, HelperSettings settings = {});
+
+    Plan plan(const wire::Request &request, const Caller &caller) const override;
+    // Plans and, when there is work, runs it on this thread.
+    wire::Dictionary handle(const wire::Request &request, const Caller &caller) const;
+
+    static wire::Dictionary result(const QString &text);
+
+private:
+    wire::Dictionary open(const QString &mountPath, const Caller &caller) const;
+    wire::Dictionary mountReadWrite(const QString &device, const Caller &caller) const;
+    wire::Dictionary eject(const QString &disk) const;
+    wire::Dictionary repair(const QString &device) const;
+    wire::Dictionary erase(const QString &device, const Caller &caller) const;
+    wire::Dictionary rename(const QString &device, const QString &label) const;
+
+    // "" when the device holds NTFS, otherwise why the command does not apply.
+    QString requireNtfs(const QString &device) const;
+    // The volume's single mount, if any; "" or the refusal when it is mounted more than once.
+    QString singleMount(const QString &device, std::optional<MountEntry> *mount) const;
+    QString unmount(const MountEntry &mount) const;
+    ToolResult mountForCaller(const QString &device, const QString &target,
+                              const Caller &caller) const;
+    // Mounts the volume again the way `mount` describes; "" or why not.
+    QString restore(const QString &device, const MountEntry &mount) const;
+
+    ToolRunner &m_runner;
+    const DeviceFacts &m_facts;
+    HelperSettings m_settings;
+};
+
+} // namespace helper

@@ -1,0 +1,3 @@
+#include "helper/HelperLogging.h"
+
+Q_LOGGING_CATEGORY(lcHelper, "vantrelo.helper")
