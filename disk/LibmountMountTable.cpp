@@ -47,7 +47,7 @@ QList<MountEntry> LibmountMountTable::read() const {
         entry.target = text(mnt_fs_get_target(fs));
         entry.fsType = text(mnt_fs_get_fstype(fs));
         entry.root = text(mnt_fs_get_root(fs));
-        entry.options = text(mnt_fs_get_vfs_options(fs)) + u' ' + text(mnt_fs_get_fs_options(fs));
+        entry.options = text(mnt_fs_get_options(fs));
         entries.append(std::move(entry));
     }
     return entries;

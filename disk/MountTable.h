@@ -12,7 +12,7 @@ struct MountEntry {
     QString target;    // unescaped mount path
     QString fsType;    // as the kernel names it: "ext4", "fuseblk", ...
     QString root;      // the folder of the file system that is mounted; "/" for a whole volume
-    QString options;   // mount and file-system options: "ro,relatime user_id=0"
+    QString options;   // mount and file-system options: "ro,relatime,user_id=0"
 };
 
 // The source of mount table snapshots; the Linux one reads the kernel table, tests read saved ones.

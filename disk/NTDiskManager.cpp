@@ -61,16 +61,25 @@ public:
         : m_devices(devices) {}
 
     const std::optional<BlockDeviceFacts> &lookup(const MountEntry &entry) {
-        const QString key = entry.source + u'\n' + QString::number(entry.devno);
-        auto it = m_facts.find(key);
-        if (it == m_facts.end())
-            it = m_facts.insert(key, m_devices.deviceForMount(entry));
-        return *it;
+        // Bind mounts share the device number; sources tell apart mounts that have none.
+        return entry.devno != 0 ? cached(m_byDevno, entry.devno, entry)
+                                : cached(m_bySource, entry.source, entry);
     }
 
 private:
     const BlockDevices &m_devices;
-    QHash<QString, std::optional<BlockDeviceFacts>> m_facts;
+    QHash<quint64, std::optional<BlockDeviceFacts>> m_byDevno;
+    QHash<QString, std::optional<BlockDeviceFacts>> m_bySource;
+
+    template <typename Key>
+    const std::optional<BlockDeviceFacts> &
+    cached(QHash<Key, std::optional<BlockDeviceFacts>> &cache, const Key &key,
+           const MountEntry &entry) {
+        auto it = cache.find(key);
+        if (it == cache.end())
+            it = cache.insert(key, m_devices.deviceForMount(entry));
+        return *it;
+    }
 };
 
 NTDiskManager *NTDiskManager::shared() {
