@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <memory>
+
+// A private udisks2 stack for integration tests: dbus-daemon with a system-bus configuration on a
+// private address (exported as DBUS_SYSTEM_BUS_ADDRESS), udevd when none is running, and udisksd.
+// Everything it starts it stops again, by process id.
+class UDisksEnvironment {
+public:
+    // Null with a reason when the stack cannot run here (not root, a program missing, ...).
+    // Must come before the process first touches the system bus.
+    static std::unique_ptr<UDisksEnvironment> start(QString *why);
+    ~UDisksEnvironment();
+
+    // Waits until udev and udisksd have seen the latest device changes.
+    void settle() const;
+
+private:
+    UDisksEnvironment() = default;
+    bool startProcess(QProcess &process, const QString &program, const QStringList &arguments,
+                      QString *why);
+    static void stopProcess(QProcess &process);
+
+    QTemporaryDir m_dir;
+    QProcess m_dbus;
+    QProcess m_udevd;
+    QProcess m_udisksd;
+};
