@@ -5,6 +5,9 @@ target_compile_features(vantrelo_options INTERFACE cxx_std_20)
 target_compile_options(vantrelo_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual
   -Wformat=2 -Wimplicit-fallthrough)
+# Executables load only the shared libraries they use: command-line tools start without the GUI
+# libraries that a subsystem library links for its other classes.
+target_link_options(vantrelo_options INTERFACE -Wl,--as-needed)
 if(VANTRELO_WERROR)
   target_compile_options(vantrelo_options INTERFACE -Werror)
 endif()

@@ -1,8 +1,10 @@
+#include "ctl/HelperCommands.h"
 #include "ctl/VolumeListing.h"
 #include "disk/NTDiskManager.h"
 
 #include <QLoggingCategory>
 #include <QStringList>
+#include <QTextStream>
 
 #include <cstdio>
 
@@ -16,7 +18,9 @@ void write(FILE *stream, const QByteArray &bytes) {
 }
 
 int usage() {
-    write(stderr, "usage: vantreloctl list [--json] [--verbose]\n");
+    write(stderr, "usage: vantreloctl list [--json] [--verbose]\n"
+                  "       vantreloctl mount-rw DEVICE | open PATH | eject DEVICE | repair DEVICE\n"
+                  "       vantreloctl erase DEVICE | rename DEVICE NAME | helper-version\n");
     return 2;
 }
 
@@ -36,15 +40,20 @@ int listVolumes(const QStringList &options) {
 
 } // namespace
 
-// No application object: listing needs neither a display nor an event loop.
+// Listing needs neither a display nor an event loop; helper commands make their own.
 int main(int argc, char **argv) {
     QStringList arguments;
     for (int i = 1; i < argc; ++i)
         arguments << QString::fromLocal8Bit(argv[i]);
     if (arguments.isEmpty())
         return usage();
-    const QString verb = arguments.takeFirst();
+    const QString verb = arguments.first();
     if (verb == "list"_L1)
-        return listVolumes(arguments);
+        return listVolumes(arguments.mid(1));
+    if (isHelperCommand(verb)) {
+        QTextStream out(stdout);
+        QTextStream err(stderr);
+        return runHelperCommand(arguments, out, err);
+    }
     return usage();
 }
