@@ -246,10 +246,8 @@ QSet<QString> DeviceFacts::systemDisks() const {
             devices.insert(device);
     }
     QSet<QString> disks;
-    for (const QString &device : std::as_const(devices)) {
+    for (const QString &device : std::as_const(devices))
         disks.unite(lowerDisks(parentDisk(device)));
-        disks.unite(lowerDisks(device));
-    }
     return disks;
 }
 

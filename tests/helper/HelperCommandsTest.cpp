@@ -1,0 +1,466 @@
+#include "helper/HelperCommands.h"
+
+#include "tests/helper/FakeSystem.h"
+#include "tests/support/QtPrinters.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using helper::Caller;
+using helpertest::FakeSystem;
+using helpertest::FakeToolRunner;
+using helpertest::ToolCall;
+
+namespace {
+
+Caller user(bool administrator = false) {
+    Caller caller;
+    caller.pid = 4242;
+    caller.uid = 1000;
+    caller.gid = 1001;
+    caller.groups = {1001};
+    caller.administrator = administrator;
+    return caller;
+}
+
+class HelperCommandsTest : public ::testing::Test {
+protected:
+    HelperCommandsTest()
+        : facts(system.roots())
+        , commands(runner, facts, settings()) {}
+
+    static helper::HelperSettings settings() {
+        helper::HelperSettings s;
+        s.privileged = true;
+        return s;
+    }
+
+    QString send(quint64 code, const wire::Dictionary &parameter, const Caller &caller = user()) {
+        const wire::Dictionary reply = commands.handle({1, code, parameter}, caller);
+        EXPECT_TRUE(reply.contains(u"result"_s));
+        return reply.value(u"result"_s, u"<missing>"_s);
+    }
+
+    // blkid answers for the probes, everything else succeeds.
+    void ntfsVolume(const QString &label = u"Data"_s) {
+        runner.setScript([label](const ToolCall &call) {
+            if (call.program == u"blkid"_s && call.arguments.contains(u"TYPE"_s))
+                return FakeToolRunner::success(u"ntfs\n"_s);
+            if (call.program == u"blkid"_s && call.arguments.contains(u"LABEL"_s))
+                return FakeToolRunner::success(label + u'\n');
+            return FakeToolRunner::success();
+        });
+    }
+
+    QStringList programs() const {
+        QStringList names;
+        for (const ToolCall &call : runner.calls)
+            names << call.program;
+        return names;
+    }
+
+    FakeSystem system;
+    FakeToolRunner runner;
+    helper::DeviceFacts facts;
+    helper::HelperCommands commands;
+};
+
+const QList<quint64> kDeviceCodes{helper::kMountReadWrite, helper::kEject, helper::kRepair,
+                                  helper::kErase, helper::kRename};
+
+// Names that must never reach a tool, whatever the command.
+TEST_F(HelperCommandsTest, HostileDeviceNamesAreRefusedBeforeAnythingRuns) {
+    const QStringList hostile{u"sdb1 --force"_s, u"../sda"_s,    u"-o"_s,
+                              u"loop0;reboot"_s, u""_s,          QString(33, u'a'),
+                              u"sdб1"_s,         u"/dev/sdb1"_s, u"sdb1\n"_s,
+                              u".."_s,           u"."_s,         u"sdb1/../../sda"_s,
+                              u"loop0 "_s,       u"$(reboot)"_s, u"loop0\u0000"_s,
+                              u"--help"_s,       u"sdz9"_s,      u"dm-0/slaves/sda3"_s};
+    for (const quint64 code : kDeviceCodes) {
+        for (const QString &name : hostile) {
+            SCOPED_TRACE(u"code %1 name \"%2\""_s.arg(code).arg(name).toStdString());
+            const QString text =
+                send(code, {{u"bsdName"_s, name}, {u"newName"_s, u"X"_s}}, user(true));
+            EXPECT_FALSE(text.isEmpty());
+        }
+    }
+    EXPECT_TRUE(runner.calls.isEmpty());
+}
+
+TEST_F(HelperCommandsTest, MissingDeviceNameIsExplained) {
+    for (const quint64 code : kDeviceCodes)
+        EXPECT_TRUE(send(code, {{u"name"_s, u"Data"_s}}).contains(u"bsdName"_s));
+    EXPECT_TRUE(runner.calls.isEmpty());
+}
+
+// sda holds / and (through dm-0) /home; sdc holds the active swap.
+TEST_F(HelperCommandsTest, SystemDisksAreNeverTouched) {
+    system.addMount(u"/dev/sda1"_s, u"/media/win"_s, u"fuseblk"_s, u"ro"_s, u"ro,user_id=0"_s);
+    ntfsVolume();
+    for (const quint64 code : kDeviceCodes) {
+        for (const QString &name :
+             {u"sda"_s, u"sda1"_s, u"sda3"_s, u"dm-0"_s, u"sdc1"_s, u"sdc"_s}) {
+            SCOPED_TRACE(u"code %1 on %2"_s.arg(code).arg(name).toStdString());
+            const QString text =
+                send(code, {{u"bsdName"_s, name}, {u"newName"_s, u"X"_s}}, user(true));
+            EXPECT_TRUE(text.contains(u"running system"_s)) << text.toStdString();
+        }
+    }
+    EXPECT_TRUE(runner.calls.isEmpty());
+}
+
+TEST_F(HelperCommandsTest, OnlyAdministratorsMayChangeInternalDisks) {
+    ntfsVolume();
+    EXPECT_TRUE(send(helper::kRepair, {{u"bsdName"_s, u"sdd1"_s}}).contains(u"internal"_s));
+    EXPECT_TRUE(runner.calls.isEmpty());
+    EXPECT_EQ(send(helper::kRepair, {{u"bsdName"_s, u"sdd1"_s}}, user(true)), u""_s);
+    // USB, SD card and disk images count as external for everyone.
+    for (const QString &name : {u"sdb1"_s, u"mmcblk0p1"_s, u"loop0p1"_s, u"loop1"_s})
+        EXPECT_EQ(send(helper::kRepair, {{u"bsdName"_s, name}}), u""_s) << name.toStdString();
+}
+
+TEST_F(HelperCommandsTest, MountReadWriteRemountsAtTheSamePathForTheCaller) {
+    system.addMount(u"/dev/loop1"_s, u"/media/user/My Disk"_s, u"fuseblk"_s, u"ro,nosuid"_s,
+                    u"ro,user_id=0,group_id=0,allow_other,blksize=4096"_s);
+    ntfsVolume();
+    EXPECT_EQ(
+        send(helper::kMountReadWrite, {{u"name"_s, u"My Disk"_s}, {u"bsdName"_s, u"loop1"_s}}),
+        u""_s);
+    ASSERT_EQ(runner.calls.size(), 3);
+    EXPECT_EQ(runner.calls[0].program, u"blkid"_s);
+    EXPECT_EQ(runner.calls[1].program, u"umount"_s);
+    EXPECT_EQ(runner.calls[1].arguments, QStringList({u"--"_s, u"/media/user/My Disk"_s}));
+    EXPECT_EQ(runner.calls[2].program, u"ntfs-3g"_s);
+    EXPECT_EQ(runner.calls[2].arguments,
+              QStringList({u"-o"_s, u"rw,uid=1000,gid=1001,windows_names"_s, u"/dev/loop1"_s,
+                           u"/media/user/My Disk"_s}));
+}
+
+TEST_F(HelperCommandsTest, HibernatedVolumeStaysReadOnlyWithAPlainExplanation) {
+    system.addMount(u"/dev/loop0p1"_s, u"/media/win"_s, u"fuseblk"_s, u"ro"_s,
+                    u"ro,user_id=0,group_id=0"_s);
+    for (const int exitCode : {14, 15}) {
+        runner.calls.clear();
+        runner.setScript([exitCode](const ToolCall &call) {
+            if (call.program == u"blkid"_s)
+                return FakeToolRunner::success(u"ntfs"_s);
+            if (call.program == u"ntfs-3g"_s && call.arguments.value(1).startsWith(u"rw"_s))
+                return FakeToolRunner::failure(
+                    exitCode, u"The disk contains an unclean file system (0, 0).\nMetadata "
+                              u"kept in Windows cache, refused to mount."_s);
+            return FakeToolRunner::success();
+        });
+        const QString text = send(helper::kMountReadWrite, {{u"bsdName"_s, u"loop0p1"_s}});
+        EXPECT_TRUE(text.contains(u"Fast Startup"_s)) << text.toStdString();
+        EXPECT_TRUE(text.contains(u"shut it down fully"_s));
+        ASSERT_FALSE(runner.calls.isEmpty());
+        // Mounted read-only again where it was, never forced.
+        EXPECT_EQ(runner.calls.last().program, u"ntfs-3g"_s);
+        EXPECT_EQ(runner.calls.last().arguments,
+                  QStringList({u"-o"_s, u"ro"_s, u"/dev/loop0p1"_s, u"/media/win"_s}));
+        for (const ToolCall &call : std::as_const(runner.calls)) {
+            EXPECT_FALSE(call.arguments.join(u' ').contains(u"force"_s));
+            EXPECT_FALSE(call.arguments.join(u' ').contains(u"remove_hiberfile"_s));
+        }
+    }
+}
+
+TEST_F(HelperCommandsTest, LackOfPrivilegeAnswersNoFullDiskAccess) {
+    system.addMount(u"/dev/loop1"_s, u"/media/a"_s, u"fuseblk"_s, u"ro"_s, u"ro,user_id=0"_s);
+    ntfsVolume();
+    helper::HelperSettings unprivileged;
+    unprivileged.privileged = false;
+    const helper::HelperCommands notRoot(runner, facts, unprivileged);
+    EXPECT_EQ(notRoot.handle({1, helper::kMountReadWrite, {{u"bsdName"_s, u"loop1"_s}}}, user())
+                  .value(u"result"_s),
+              u"nofulldiskaccess"_s);
+    EXPECT_FALSE(programs().contains(u"umount"_s));
+
+    system.removeFuse();
+    EXPECT_EQ(send(helper::kMountReadWrite, {{u"bsdName"_s, u"loop1"_s}}), u"nofulldiskaccess"_s);
+    EXPECT_FALSE(programs().contains(u"umount"_s));
+}
+
+TEST_F(HelperCommandsTest, MountRefusedWithEpermAnswersNoFullDiskAccessAndRestores) {
+    system.addMount(u"/dev/loop1"_s, u"/media/a"_s, u"fuseblk"_s, u"ro"_s, u"ro,user_id=0"_s);
+    runner.setScript([](const ToolCall &call) {
+        if (call.program == u"blkid"_s)
+            return FakeToolRunner::success(u"ntfs"_s);
+        if (call.program == u"ntfs-3g"_s && call.arguments.value(1).startsWith(u"rw"_s))
+            return FakeToolRunner::failure(21, u"fuse: failed to open /dev/fuse: Operation not "
+                                               u"permitted"_s);
+        return FakeToolRunner::success();
+    });
+    EXPECT_EQ(send(helper::kMountReadWrite, {{u"bsdName"_s, u"loop1"_s}}), u"nofulldiskaccess"_s);
+    EXPECT_EQ(runner.calls.last().arguments.value(1), u"ro"_s);
+}
+
+TEST_F(HelperCommandsTest, MountReadWriteCases) {
+    struct Case {
+        const char *what;
+        QString fsType, options, superOptions, blkidType, umountError;
+        bool administrator;
+        QString expectedPart; // "" = success
+        bool expectUnmount;
+    };
+    const QList<Case> cases{
+        {"already writable for the caller",
+         u"fuseblk"_s,
+         u"rw"_s,
+         u"rw,user_id=1000"_s,
+         u"ntfs"_s,
+         {},
+         false,
+         {},
+         false},
+        {"writable for another user",
+         u"fuseblk"_s,
+         u"rw"_s,
+         u"rw,user_id=1002"_s,
+         u"ntfs"_s,
+         {},
+         false,
+         u"another user"_s,
+         false},
+        {"not NTFS", u"ext4"_s, u"ro"_s, u"ro"_s, u"ext4"_s, {}, false, u"not NTFS"_s, false},
+        {"busy", u"fuseblk"_s, u"ro"_s, u"ro,user_id=0"_s, u"ntfs"_s, u"target is busy"_s, false,
+         u"in use"_s, true},
+        {"kernel driver read-only", u"ntfs3"_s, u"ro"_s, u"ro"_s, u"ntfs"_s, {}, false, {}, true},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        system.setMounts({});
+        system.addMount(u"/dev/sdb1"_s, u"/media/x"_s, c.fsType, c.options, c.superOptions);
+        runner.calls.clear();
+        runner.setScript([&c](const ToolCall &call) {
+            if (call.program == u"blkid"_s)
+                return FakeToolRunner::success(c.blkidType);
+            if (call.program == u"umount"_s && !c.umountError.isEmpty())
+                return FakeToolRunner::failure(32, c.umountError);
+            return FakeToolRunner::success();
+        });
+        const QString text =
+            send(helper::kMountReadWrite, {{u"bsdName"_s, u"sdb1"_s}}, user(c.administrator));
+        if (c.expectedPart.isEmpty())
+            EXPECT_EQ(text, u""_s);
+        else
+            EXPECT_TRUE(text.contains(c.expectedPart)) << text.toStdString();
+        EXPECT_EQ(programs().contains(u"umount"_s), c.expectUnmount);
+        if (!c.umountError.isEmpty()) {
+            EXPECT_FALSE(programs().contains(u"ntfs-3g"_s));
+        }
+    }
+    system.setMounts({});
+    EXPECT_TRUE(
+        send(helper::kMountReadWrite, {{u"bsdName"_s, u"sdb1"_s}}).contains(u"not mounted"_s));
+}
+
+TEST_F(HelperCommandsTest, RepairUnmountsFixesAndMountsAgainAsItWas) {
+    system.addMount(u"/dev/loop0p2"_s, u"/media/u/Data"_s, u"fuseblk"_s, u"rw,nosuid,nodev"_s,
+                    u"rw,user_id=1000,group_id=1000,allow_other"_s);
+    ntfsVolume();
+    EXPECT_EQ(send(helper::kRepair, {{u"bsdName"_s, u"loop0p2"_s}}), u""_s);
+    ASSERT_EQ(programs(), QStringList({u"blkid"_s, u"umount"_s, u"ntfsfix"_s, u"ntfs-3g"_s}));
+    EXPECT_EQ(runner.calls[2].arguments, QStringList({u"-d"_s, u"/dev/loop0p2"_s}));
+    EXPECT_EQ(runner.calls[3].arguments,
+              QStringList({u"-o"_s, u"rw,uid=1000,gid=1000,windows_names"_s, u"/dev/loop0p2"_s,
+                           u"/media/u/Data"_s}));
+}
+
+TEST_F(HelperCommandsTest, RepairFailureFoldsTheToolErrorAndStillRemounts) {
+    system.addMount(u"/dev/loop1"_s, u"/media/d"_s, u"fuseblk"_s, u"ro"_s, u"ro"_s);
+    runner.setScript([](const ToolCall &call) {
+        if (call.program == u"blkid"_s)
+            return FakeToolRunner::success(u"ntfs"_s);
+        if (call.program == u"ntfsfix"_s)
+            return FakeToolRunner::failure(1, u"Volume is corrupt. You should run chkdsk."_s);
+        return FakeToolRunner::success();
+    });
+    const QString text = send(helper::kRepair, {{u"bsdName"_s, u"loop1"_s}});
+    EXPECT_TRUE(text.contains(u"run chkdsk"_s)) << text.toStdString();
+    EXPECT_EQ(programs().last(), u"ntfs-3g"_s);
+}
+
+TEST_F(HelperCommandsTest, EraseKeepsTheLabelAndMountsReadWriteForTheCaller) {
+    system.addMount(u"/dev/sdb1"_s, u"/media/u/-Backup"_s, u"fuseblk"_s, u"ro"_s, u"ro"_s);
+    ntfsVolume(u"-Backup"_s);
+    EXPECT_EQ(send(helper::kErase, {{u"bsdName"_s, u"sdb1"_s}}), u""_s);
+    ASSERT_EQ(programs(),
+              QStringList({u"blkid"_s, u"blkid"_s, u"umount"_s, u"mkntfs"_s, u"ntfs-3g"_s}));
+    EXPECT_EQ(runner.calls[3].arguments,
+              QStringList({u"--fast"_s, u"--label=-Backup"_s, u"/dev/sdb1"_s}));
+    EXPECT_EQ(runner.calls[4].arguments.value(1), u"rw,uid=1000,gid=1001,windows_names"_s);
+}
+
+TEST_F(HelperCommandsTest, EraseOfAnUnlabelledVolumeGivesNoLabel) {
+    ntfsVolume(u""_s);
+    EXPECT_EQ(send(helper::kErase, {{u"bsdName"_s, u"loop1"_s}}), u""_s);
+    ASSERT_EQ(programs(), QStringList({u"blkid"_s, u"blkid"_s, u"mkntfs"_s}));
+    EXPECT_EQ(runner.calls[2].arguments, QStringList({u"--fast"_s, u"/dev/loop1"_s}));
+}
+
+TEST_F(HelperCommandsTest, RenameValidatesTheLabel) {
+    struct Case {
+        QString label;
+        bool valid;
+    };
+    const QList<Case> cases{
+        {u"Data"_s, true},
+        {u"日本語のディスク"_s, true},
+        {QString(32, u'x'), true},
+        {u" spaced out "_s, true},
+        {u"a-b_c.d"_s, true},
+        {u"😀😀"_s, true},
+        {u""_s, false},
+        {QString(33, u'x'), false},
+        {u"a/b"_s, false},
+        {u"a:b"_s, false},
+        {u"a\"b"_s, false},
+        {u"a*b"_s, false},
+        {u"a<b"_s, false},
+        {u"a>b"_s, false},
+        {u"a?b"_s, false},
+        {u"a\\b"_s, false},
+        {u"a|b"_s, false},
+        {u"tab\there"_s, false},
+        {u"line\nbreak"_s, false},
+        {u"del\u007f"_s, false},
+        {u"c1\u0085"_s, false},
+        {u"-o"_s, false},
+        {u"--force"_s, false},
+    };
+    system.addMount(u"/dev/loop1"_s, u"/media/old"_s, u"fuseblk"_s, u"ro"_s, u"ro"_s);
+    ntfsVolume();
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.label.toStdString());
+        runner.calls.clear();
+        const QString text =
+            send(helper::kRename, {{u"bsdName"_s, u"loop1"_s}, {u"newName"_s, c.label}});
+        if (c.valid) {
+            EXPECT_EQ(text, u""_s);
+            ASSERT_EQ(programs(),
+                      QStringList({u"blkid"_s, u"umount"_s, u"ntfslabel"_s, u"ntfs-3g"_s}));
+            EXPECT_EQ(runner.calls[2].arguments, QStringList({u"/dev/loop1"_s, c.label}));
+        } else {
+            EXPECT_FALSE(text.isEmpty());
+            EXPECT_TRUE(runner.calls.isEmpty());
+        }
+    }
+    runner.calls.clear();
+    EXPECT_TRUE(send(helper::kRename, {{u"bsdName"_s, u"loop1"_s}}).contains(u"empty"_s));
+    EXPECT_TRUE(runner.calls.isEmpty());
+}
+
+TEST_F(HelperCommandsTest, EjectUnmountsEveryVolumeThenDetachesTheImage) {
+    system.addMount(u"/dev/loop0p1"_s, u"/media/a"_s, u"fuseblk"_s, u"rw"_s, u"rw"_s);
+    system.addMount(u"/dev/loop0p2"_s, u"/media/a/b"_s, u"vfat"_s, u"rw"_s, u"rw"_s);
+    system.addMount(u"/dev/loop1"_s, u"/media/other"_s, u"fuseblk"_s, u"rw"_s, u"rw"_s);
+    runner.setScript([this](const ToolCall &call) {
+        if (call.program == u"umount"_s)
+            system.setMounts({}); // as the kernel would after the last one
+        return FakeToolRunner::success();
+    });
+    EXPECT_EQ(send(helper::kEject, {{u"name"_s, u"A"_s}, {u"bsdName"_s, u"loop0p1"_s}}), u""_s);
+    ASSERT_EQ(programs(),
+              QStringList({u"sync"_s, u"umount"_s, u"sync"_s, u"umount"_s, u"losetup"_s}));
+    EXPECT_EQ(runner.calls[0].arguments, QStringList({u"-f"_s, u"--"_s, u"/media/a/b"_s}));
+    EXPECT_EQ(runner.calls[1].arguments, QStringList({u"--"_s, u"/media/a/b"_s}));
+    EXPECT_EQ(runner.calls[3].arguments, QStringList({u"--"_s, u"/media/a"_s}));
+    EXPECT_EQ(runner.calls[4].arguments, QStringList({u"-d"_s, u"/dev/loop0"_s}));
+}
+
+TEST_F(HelperCommandsTest, EjectStopsWhenAVolumeIsBusy) {
+    system.addMount(u"/dev/loop0p1"_s, u"/media/a"_s, u"fuseblk"_s, u"rw"_s, u"rw"_s);
+    runner.setScript([](const ToolCall &call) {
+        if (call.program == u"umount"_s)
+            return FakeToolRunner::failure(32, u"umount: /media/a: target is busy."_s);
+        return FakeToolRunner::success();
+    });
+    const QString text = send(helper::kEject, {{u"bsdName"_s, u"loop0"_s}});
+    EXPECT_TRUE(text.contains(u"target is busy"_s)) << text.toStdString();
+    EXPECT_FALSE(programs().contains(u"losetup"_s));
+}
+
+TEST_F(HelperCommandsTest, EjectPowersOffAUsbDiskTheEjectToolCannotHandle) {
+    runner.setScript([](const ToolCall &call) {
+        if (call.program == u"eject"_s)
+            return FakeToolRunner::failure(1, u"eject: unable to eject"_s);
+        return FakeToolRunner::success();
+    });
+    EXPECT_EQ(send(helper::kEject, {{u"bsdName"_s, u"sdb1"_s}}), u""_s);
+    EXPECT_EQ(runner.calls.last().arguments, QStringList({u"--"_s, u"/dev/sdb"_s}));
+    QFile deleteFile(system.path(u"sys/block/sdb/device/delete"_s));
+    ASSERT_TRUE(deleteFile.open(QIODevice::ReadOnly));
+    EXPECT_EQ(deleteFile.readAll(), "1\n");
+}
+
+TEST_F(HelperCommandsTest, VersionAndUnknownCodes) {
+    EXPECT_EQ(send(helper::kVersion, {}), QStringLiteral(VANTRELO_VERSION));
+    for (const quint64 code :
+         {quint64(5), quint64(6), quint64(9), quint64(1000), std::numeric_limits<quint64>::max()}) {
+        const QString text = send(code, {{u"bsdName"_s, u"loop1"_s}});
+        EXPECT_TRUE(text.contains(u"not support"_s)) << text.toStdString();
+    }
+    EXPECT_TRUE(runner.calls.isEmpty());
+}
+
+TEST_F(HelperCommandsTest, OversizeParametersAreRefused) {
+    EXPECT_FALSE(
+        send(helper::kRename, {{u"bsdName"_s, u"loop1"_s}, {u"newName"_s, QString(100000, u'x')}})
+            .isEmpty());
+    EXPECT_TRUE(runner.calls.isEmpty());
+}
+
+TEST_F(HelperCommandsTest, OpenRunsTheFileBrowserAsTheCallerInTheCallersSession) {
+    system.addMount(u"/dev/loop1"_s, u"/media/u/Data"_s, u"fuseblk"_s, u"rw"_s, u"rw"_s);
+    Caller caller = user();
+    // The caller's process folder must belong to the caller.
+    if (::getuid() != 0)
+        caller.uid = ::getuid();
+    const char environ[] = "DISPLAY=:1\0LD_PRELOAD=/tmp/evil.so\0HOME=/home/u\0"
+                           "DBUS_SESSION_BUS_ADDRESS=unix:path=/run/user/1000/bus\0PATH=/tmp\0"
+                           "XDG_RUNTIME_DIR=/run/user/1000\0";
+    system.writeFile(u"proc/4242/environ"_s, QByteArray(environ, sizeof environ - 1));
+    if (::getuid() == 0) {
+        ASSERT_EQ(::chown(QFile::encodeName(system.path(u"proc/4242"_s)).constData(), caller.uid,
+                          caller.gid),
+                  0);
+    }
+
+    EXPECT_TRUE(send(helper::kOpen, {{u"mountPath"_s, u"/media/u/Other"_s}}, caller)
+                    .contains(u"Nothing is mounted"_s));
+    EXPECT_TRUE(
+        send(helper::kOpen, {{u"mountPath"_s, u"media/u/Data"_s}}, caller).contains(u"absolute"_s));
+    EXPECT_TRUE(runner.calls.isEmpty());
+
+    EXPECT_EQ(send(helper::kOpen, {{u"mountPath"_s, u"/media/u/Data"_s}}, caller), u""_s);
+    ASSERT_EQ(runner.spawnedAs.size(), 1);
+    EXPECT_EQ(runner.calls[0].program, u"xdg-open"_s);
+    EXPECT_EQ(runner.calls[0].arguments, QStringList({u"/media/u/Data"_s}));
+    const helper::Identity &identity = runner.spawnedAs[0];
+    EXPECT_EQ(identity.uid, caller.uid);
+    EXPECT_EQ(identity.gid, caller.gid);
+    QStringList environment = identity.environment;
+    environment.sort();
+    EXPECT_EQ(environment, QStringList({u"DBUS_SESSION_BUS_ADDRESS=unix:path=/run/user/1000/bus"_s,
+                                        u"DISPLAY=:1"_s, u"HOME=/home/u"_s,
+                                        u"PATH=/usr/local/bin:/usr/bin:/bin"_s,
+                                        u"XDG_RUNTIME_DIR=/run/user/1000"_s}));
+
+    // Never as root, and never with another user's session.
+    runner.calls.clear();
+    Caller root = caller;
+    root.uid = 0;
+    EXPECT_FALSE(send(helper::kOpen, {{u"mountPath"_s, u"/media/u/Data"_s}}, root).isEmpty());
+    Caller stranger = caller;
+    stranger.uid = caller.uid + 1;
+    EXPECT_FALSE(send(helper::kOpen, {{u"mountPath"_s, u"/media/u/Data"_s}}, stranger).isEmpty());
+    EXPECT_TRUE(runner.calls.isEmpty());
+}
+
+} // namespace

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "helperclient/wire/WireCodec.h"
+
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+namespace helpertest {
+
+// A blocking client of the helper socket for tests and benchmarks.
+class WireClient {
+public:
+    static std::unique_ptr<WireClient> connectTo(const QString &path, QString *why = nullptr);
+    ~WireClient();
+    WireClient(const WireClient &) = delete;
+    WireClient &operator=(const WireClient &) = delete;
+
+    bool sendRaw(QByteArrayView bytes);
+    bool send(const wire::Request &request);
+    // The next reply; nullopt when the connection closed, broke, or nothing came within the guard.
+    std::optional<wire::Reply> receive(int guardMs = 300000);
+    // Sends and waits for the reply with the same id.
+    std::optional<wire::Reply> call(quint64 code, const wire::Dictionary &parameter = {},
+                                    int guardMs = 300000);
+    // The result text of call(), or "<no reply>".
+    QString result(quint64 code, const wire::Dictionary &parameter = {}, int guardMs = 300000);
+    // True when the server closes the connection (reads until end of stream).
+    bool closedByServer(int guardMs = 30000);
+    int fd() const { return m_fd; }
+
+private:
+    explicit WireClient(int fd)
+        : m_fd(fd) {}
+    int m_fd;
+    quint64 m_nextId = 1;
+    wire::FrameReader m_reader;
+};
+
+} // namespace helpertest
