@@ -289,7 +289,7 @@ void UserDefaults::store(const QString &key, const QVariant &value) {
         m_values.insert(key, value);
     else
         m_values.remove(key);
-    m_changed.insert(key);
+    m_changed.insert(key, ++m_changeCount);
 }
 
 QVariant UserDefaults::lookup(const QString &key) const {
@@ -431,7 +431,21 @@ void UserDefaults::removeObjectForKey(const QString &key) {
 }
 
 bool UserDefaults::synchronize() {
-    QMutexLocker locker(&m_mutex);
+    QMutexLocker syncLocker(&m_syncMutex);
+
+    // This object's pending changes, taken out so the disk work runs without m_mutex.
+    QHash<QString, quint64> changed;
+    Values pending;
+    {
+        QMutexLocker locker(&m_mutex);
+        changed = m_changed;
+        for (auto it = changed.constBegin(); it != changed.constEnd(); ++it) {
+            const auto value = m_values.constFind(it.key());
+            if (value != m_values.constEnd())
+                pending.insert(it.key(), value.value());
+        }
+    }
+
     const QString folder = QFileInfo(m_filePath).absolutePath();
     if (!QDir().mkpath(folder)) {
         qCWarning(lcSystem) << "Cannot create the defaults folder" << folder;
@@ -447,13 +461,6 @@ bool UserDefaults::synchronize() {
     switch (readFile(&merged)) {
     case Load::Ok:
     case Load::Missing:
-        for (const QString &key : std::as_const(m_changed)) {
-            const auto it = m_values.constFind(key);
-            if (it != m_values.constEnd())
-                merged.insert(key, it.value());
-            else
-                merged.remove(key);
-        }
         break;
     case Load::Unreadable:
         // Writing now could replace settings we never saw.
@@ -461,15 +468,38 @@ bool UserDefaults::synchronize() {
         return false;
     case Load::Corrupt:
         setAsideCorruptFile();
-        merged = m_values;
+        {
+            QMutexLocker locker(&m_mutex);
+            merged = m_values;
+        }
         break;
+    }
+    for (auto it = changed.constBegin(); it != changed.constEnd(); ++it) {
+        const auto value = pending.constFind(it.key());
+        if (value != pending.constEnd())
+            merged.insert(it.key(), value.value());
+        else
+            merged.remove(it.key());
     }
 
     if (!writeFile(merged)) {
         qCWarning(lcSystem) << "Cannot write the defaults file" << m_filePath;
         return false;
     }
+
+    QMutexLocker locker(&m_mutex);
+    for (auto it = changed.constBegin(); it != changed.constEnd(); ++it) {
+        if (m_changed.value(it.key()) == it.value())
+            m_changed.remove(it.key());
+    }
+    // Keys changed again during the write keep their newer in-memory state.
+    for (auto it = m_changed.constBegin(); it != m_changed.constEnd(); ++it) {
+        const auto value = m_values.constFind(it.key());
+        if (value != m_values.constEnd())
+            merged.insert(it.key(), value.value());
+        else
+            merged.remove(it.key());
+    }
     m_values = merged;
-    m_changed.clear();
     return true;
 }

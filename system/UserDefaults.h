@@ -3,7 +3,6 @@
 #include <QByteArray>
 #include <QHash>
 #include <QMutex>
-#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -82,7 +81,13 @@ private:
 
     const QString m_filePath;
     const UserDefaults *const m_fallback;
+    // m_mutex guards the values and is never held during disk work, so lookups do not wait for
+    // a write; m_syncMutex lets one synchronize of this object run at a time.
     mutable QMutex m_mutex;
+    QMutex m_syncMutex;
     Values m_values;
-    QSet<QString> m_changed; // keys set or removed since the last synchronize
+    // Keys set or removed since the last synchronize, each with the number of its latest change,
+    // so a change made while a write is under way stays pending.
+    QHash<QString, quint64> m_changed;
+    quint64 m_changeCount = 0;
 };
