@@ -141,7 +141,14 @@ bool isHelperCommand(const QString &verb) {
 int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream &err) {
     const Verb *verb = arguments.isEmpty() ? nullptr : findVerb(arguments.first());
     if (!verb || arguments.size() != verb->operands + 1) {
-        err << "usage: vantreloctl " << (verb ? verb->usage : "helper-version") << Qt::endl;
+        if (verb) {
+            err << "usage: vantreloctl " << verb->usage << Qt::endl;
+        } else {
+            for (const Verb &each : kVerbs)
+                err << "usage: vantreloctl " << each.usage << '\n';
+        }
+        err << "waits at most " << kOperationBound.count() << " s for the helper's reply ("
+            << kVersionBound.count() << " s for helper-version)" << Qt::endl;
         return Usage;
     }
 

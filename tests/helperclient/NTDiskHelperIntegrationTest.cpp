@@ -5,6 +5,9 @@
 #include "tests/support/LoopImage.h"
 #include "tests/support/SystemCommand.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
 #include <QFile>
 #include <QFileInfo>
 #include <QThreadPool>
@@ -42,6 +45,29 @@ QString labelOf(const QString &device) {
         .output.trimmed();
 }
 
+// What udisksd currently believes about a block device; invalid when it has no such property.
+QVariant udisksProperty(const QString &bsdName, const QString &interface, const QString &name) {
+    QDBusMessage message = QDBusMessage::createMethodCall(
+        u"org.freedesktop.UDisks2"_s, UDisksClient::blockObjectPath(bsdName),
+        u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
+    message.setArguments({interface, name});
+    const QDBusMessage reply = QDBusConnection::systemBus().call(message);
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+        return {};
+    return reply.arguments().first().value<QDBusVariant>().variant();
+}
+
+// udev settling is not enough: udisksd picks up uevents on its own schedule.
+bool udisksSeesLabel(const QString &device, const QString &label) {
+    const QString bsdName = LoopImage::kernelName(device);
+    return waitUntil([&] {
+        return udisksProperty(bsdName, u"org.freedesktop.UDisks2.Block"_s, u"IdLabel"_s)
+                       .toString() == label &&
+               udisksProperty(bsdName, u"org.freedesktop.UDisks2.Filesystem"_s, u"Size"_s)
+                   .isValid();
+    });
+}
+
 bool loopAttached(const QString &bsdName) {
     return QFileInfo::exists(u"/sys/block/%1/loop/backing_file"_s.arg(bsdName));
 }
@@ -75,7 +101,11 @@ protected:
             ADD_FAILURE() << why.toStdString();
             return nullptr;
         }
-        s_env->settle();
+        s_env->announce(image->device());
+        if (!udisksSeesLabel(image->device(), label)) {
+            ADD_FAILURE() << "udisksd never saw the new file system";
+            return nullptr;
+        }
         *device = image->device();
         return image;
     }
@@ -105,6 +135,7 @@ TEST_F(NTDiskHelperIntegration, NtfsVolumeIsMountedRenamedUnmountedAndEjected) {
     finish();
     ASSERT_TRUE(waitUntil([&] { return labelOf(device) == u"RENAMED"_s; }))
         << "label is " << labelOf(device).toStdString();
+    ASSERT_TRUE(udisksSeesLabel(device, u"RENAMED"_s));
 
     NTDiskHelper::mountDiskWithBSDName(bsdName);
     finish();
@@ -137,7 +168,10 @@ TEST_F(NTDiskHelperIntegration, WholeDiskRequestsReachEveryPartition) {
     const QString second = image->partition(2);
     ASSERT_TRUE(image->format(first, u"ntfs"_s, u"PARTONE"_s, &why)) << why.toStdString();
     ASSERT_TRUE(image->format(second, u"ntfs"_s, u"PARTTWO"_s, &why)) << why.toStdString();
-    s_env->settle();
+    s_env->announce(first);
+    s_env->announce(second);
+    ASSERT_TRUE(udisksSeesLabel(first, u"PARTONE"_s));
+    ASSERT_TRUE(udisksSeesLabel(second, u"PARTTWO"_s));
 
     NTDiskHelper::mountDiskWithBSDName(LoopImage::kernelName(image->device()));
     finish();

@@ -145,3 +145,8 @@ UDisksEnvironment::~UDisksEnvironment() {
 void UDisksEnvironment::settle() const {
     testsupport::runCommand(u"udevadm"_s, {u"settle"_s, u"--timeout=30"_s});
 }
+
+void UDisksEnvironment::announce(const QString &devicePath) const {
+    testsupport::runCommand(u"udevadm"_s, {u"trigger"_s, u"--action=change"_s, devicePath});
+    settle();
+}

@@ -18,6 +18,9 @@ public:
 
     // Waits until udev and udisksd have seen the latest device changes.
     void settle() const;
+    // Makes udev look at a device again: a file system written before udev had finished adding
+    // the device raises no change event of its own.
+    void announce(const QString &devicePath) const;
 
 private:
     UDisksEnvironment() = default;
