@@ -209,6 +209,15 @@ bool DeviceFacts::isMountTarget(const QString &path) const {
     return false;
 }
 
+void DeviceFacts::fillOwner(MountEntry *mount) const {
+    struct stat info {};
+    const QByteArray target = QFile::encodeName(mount->target);
+    if (::fstatat(AT_FDCWD, target.constData(), &info, AT_NO_AUTOMOUNT) == 0) {
+        mount->ownerUid = info.st_uid;
+        mount->ownerGid = info.st_gid;
+    }
+}
+
 QSet<QString> DeviceFacts::lowerDisks(const QString &disk, int depth) const {
     QSet<QString> disks{disk};
     if (depth > 8)

@@ -20,6 +20,10 @@ struct MountEntry {
     int major = 0;
     int minor = 0;
     QString device; // kernel block device name, "" when the mount has none
+    // Owner of the mount's root folder, which ntfs-3g reports as its uid=/gid= options; -1 until
+    // DeviceFacts::fillOwner looked.
+    qint64 ownerUid = -1;
+    qint64 ownerGid = -1;
 
     bool readOnly() const;
     // Value of `key=value` in the super options, "" when absent.
@@ -61,6 +65,8 @@ public:
     // Mounts of the disk itself and of all its partitions.
     QList<MountEntry> mountsOfDisk(const QString &disk) const;
     bool isMountTarget(const QString &path) const;
+    // Looks up who owns the mounted root folder (FUSE shows the mounting uid, not uid=).
+    void fillOwner(MountEntry *mount) const;
 
     // /dev/fuse can be opened for reading and writing.
     bool fuseUsable() const;

@@ -164,8 +164,10 @@ QString HelperCommands::singleMount(const QString &device, std::optional<MountEn
     if (mounts.size() > 1)
         return u"%1 is mounted at more than one place (%2 and %3). Unmount the others first."_s.arg(
             device, mounts[0].target, mounts[1].target);
-    if (!mounts.isEmpty())
+    if (!mounts.isEmpty()) {
         *mount = mounts.first();
+        m_facts.fillOwner(&**mount);
+    }
     return {};
 }
 
@@ -191,10 +193,9 @@ QString HelperCommands::restore(const QString &device, const MountEntry &mount) 
     ToolResult result;
     if (mount.fsType == u"fuseblk"_s || mount.fsType.startsWith(u"fuse"_s)) {
         QString options = mode;
-        const QString owner = mount.superOption(u"user_id"_s);
-        const QString group = mount.superOption(u"group_id"_s);
-        if (!owner.isEmpty() && owner != u"0"_s)
-            options += u",uid=%1,gid=%2"_s.arg(owner, group.isEmpty() ? u"0"_s : group);
+        if (mount.ownerUid > 0)
+            options +=
+                u",uid=%1,gid=%2"_s.arg(mount.ownerUid).arg(std::max<qint64>(mount.ownerGid, 0));
         if (!mount.readOnly())
             options += u",windows_names"_s;
         result = m_runner.run(u"ntfs-3g"_s, {u"-o"_s, options, devicePath(device), mount.target},
@@ -240,10 +241,9 @@ wire::Dictionary HelperCommands::mountReadWrite(const QString &device, const Cal
     if (const QString problem = requireNtfs(device); !problem.isEmpty())
         return result(problem);
     if (!mount->readOnly()) {
-        const QString owner = mount->superOption(u"user_id"_s);
-        if (owner == QString::number(caller.uid))
+        if (mount->ownerUid == qint64(caller.uid))
             return result({});
-        if (!caller.administrator && !owner.isEmpty() && owner != u"0"_s)
+        if (!caller.administrator && mount->ownerUid > 0)
             return result(u"%1 is already mounted read/write for another user."_s.arg(device));
     }
     if (!m_settings.privileged || !m_facts.fuseUsable())

@@ -57,6 +57,16 @@ protected:
         });
     }
 
+    // A real folder to mount on, owned by `uid` when the test may change owners, otherwise by the
+    // test's own user; returns the folder and its owner.
+    std::pair<QString, uid_t> ownedTarget(const QString &name, uid_t uid) {
+        const QString folder = system.path(u"media/"_s + name);
+        QDir().mkpath(folder);
+        if (::getuid() == 0 && ::chown(QFile::encodeName(folder).constData(), uid, uid) == 0)
+            return {folder, uid};
+        return {folder, ::getuid()};
+    }
+
     QStringList programs() const {
         QStringList names;
         for (const ToolCall &call : runner.calls)
@@ -209,24 +219,6 @@ TEST_F(HelperCommandsTest, MountReadWriteCases) {
         bool expectUnmount;
     };
     const QList<Case> cases{
-        {"already writable for the caller",
-         u"fuseblk"_s,
-         u"rw"_s,
-         u"rw,user_id=1000"_s,
-         u"ntfs"_s,
-         {},
-         false,
-         {},
-         false},
-        {"writable for another user",
-         u"fuseblk"_s,
-         u"rw"_s,
-         u"rw,user_id=1002"_s,
-         u"ntfs"_s,
-         {},
-         false,
-         u"another user"_s,
-         false},
         {"not NTFS", u"ext4"_s, u"ro"_s, u"ro"_s, u"ext4"_s, {}, false, u"not NTFS"_s, false},
         {"busy", u"fuseblk"_s, u"ro"_s, u"ro,user_id=0"_s, u"ntfs"_s, u"target is busy"_s, false,
          u"in use"_s, true},
@@ -260,16 +252,40 @@ TEST_F(HelperCommandsTest, MountReadWriteCases) {
         send(helper::kMountReadWrite, {{u"bsdName"_s, u"sdb1"_s}}).contains(u"not mounted"_s));
 }
 
+TEST_F(HelperCommandsTest, WritableMountsOfTheCallerOrOfOthersAreLeftAlone) {
+    ntfsVolume();
+    const auto [mine, me] = ownedTarget(u"mine"_s, 1000);
+    system.addMount(u"/dev/sdb1"_s, mine, u"fuseblk"_s, u"rw"_s, u"rw,user_id=0"_s);
+    Caller caller = user();
+    caller.uid = me;
+    EXPECT_EQ(send(helper::kMountReadWrite, {{u"bsdName"_s, u"sdb1"_s}}, caller), u""_s);
+    EXPECT_FALSE(programs().contains(u"umount"_s));
+
+    system.setMounts({});
+    const auto [theirs, owner] = ownedTarget(u"theirs"_s, 1002);
+    system.addMount(u"/dev/sdb1"_s, theirs, u"fuseblk"_s, u"rw"_s, u"rw,user_id=0"_s);
+    caller.uid = owner + 1;
+    if (owner == 0)
+        GTEST_SKIP() << "needs a folder owned by a user other than root";
+    EXPECT_TRUE(send(helper::kMountReadWrite, {{u"bsdName"_s, u"sdb1"_s}}, caller)
+                    .contains(u"another user"_s));
+    EXPECT_FALSE(programs().contains(u"umount"_s));
+}
+
 TEST_F(HelperCommandsTest, RepairUnmountsFixesAndMountsAgainAsItWas) {
-    system.addMount(u"/dev/loop0p2"_s, u"/media/u/Data"_s, u"fuseblk"_s, u"rw,nosuid,nodev"_s,
-                    u"rw,user_id=1000,group_id=1000,allow_other"_s);
+    const auto [target, owner] = ownedTarget(u"Data"_s, 1000);
+    system.addMount(u"/dev/loop0p2"_s, target, u"fuseblk"_s, u"rw,nosuid,nodev"_s,
+                    u"rw,user_id=0,group_id=0,allow_other"_s);
     ntfsVolume();
     EXPECT_EQ(send(helper::kRepair, {{u"bsdName"_s, u"loop0p2"_s}}), u""_s);
     ASSERT_EQ(programs(), QStringList({u"blkid"_s, u"umount"_s, u"ntfsfix"_s, u"ntfs-3g"_s}));
     EXPECT_EQ(runner.calls[2].arguments, QStringList({u"-d"_s, u"/dev/loop0p2"_s}));
+    const QString ownerOptions =
+        owner == 0 ? QString()
+                   : u",uid=%1,gid=%2"_s.arg(owner).arg(owner == ::getuid() ? ::getgid() : owner);
     EXPECT_EQ(runner.calls[3].arguments,
-              QStringList({u"-o"_s, u"rw,uid=1000,gid=1000,windows_names"_s, u"/dev/loop0p2"_s,
-                           u"/media/u/Data"_s}));
+              QStringList({u"-o"_s, u"rw"_s + ownerOptions + u",windows_names"_s, u"/dev/loop0p2"_s,
+                           target}));
 }
 
 TEST_F(HelperCommandsTest, RepairFailureFoldsTheToolErrorAndStillRemounts) {
