@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QLoggingCategory>
 
 #include <chrono>
 #include <future>
@@ -81,6 +82,22 @@ QString volumeNameOf(const QString &bsdName) {
         return QString::fromUtf8(decoded);
     }
     return bsdName;
+}
+
+QLoggingCategory::CategoryFilter g_previousFilter = nullptr;
+
+void channelLogFilter(QLoggingCategory *category) {
+    if (g_previousFilter)
+        g_previousFilter(category);
+    if (qstrcmp(category->categoryName(), "vantrelo.helperclient") == 0)
+        category->setEnabled(QtWarningMsg, false);
+}
+
+// The reason goes to `err` once; the channel's own log line would repeat it.
+void quietenChannelLog() {
+    static std::once_flag once;
+    std::call_once(once,
+                   [] { g_previousFilter = QLoggingCategory::installFilter(channelLogFilter); });
 }
 
 struct Outcome {
@@ -187,6 +204,7 @@ int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream
         parameter = helpercommand::helperVersionParameter();
     }
 
+    quietenChannelLog();
     const bool version = code == helpercommand::kHelperVersion;
     const std::chrono::seconds bound = version ? kVersionBound : kOperationBound;
     const std::optional<Outcome> outcome = sendAndWait(code, parameter, bound);
