@@ -38,8 +38,8 @@ public:
     bool openURL(const QUrl &url) override { return QDesktopServices::openUrl(url); }
 };
 
-// Programs confined this way see a private folder as HOME, the way the original platform's
-// sandbox gives them a container: the sandbox's own marker, and snap confinement.
+// Confinement that gives the program a private folder as HOME: a sandbox that sets
+// APP_SANDBOX_CONTAINER_ID, or snap.
 bool homeIsRedirected() {
     return qEnvironmentVariableIsSet("APP_SANDBOX_CONTAINER_ID") ||
            qEnvironmentVariableIsSet("SNAP");

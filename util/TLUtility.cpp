@@ -39,7 +39,7 @@ QString TLUtility::getHelperAppVersion() {
 
 namespace {
 
-// Identity of the application's data folder, as the original bundle identifier and name.
+// The application's identifier and name, which name its data folder.
 constexpr auto kBundleIdentifier = u"com.corvin.Vantrelo";
 constexpr auto kBundleName = u"Vantrelo";
 
@@ -203,7 +203,7 @@ void splitExtension(const QString &path, QString *stem, QString *extension) {
     }
 }
 
-// Common type identifiers of the original platform, as the MIME type every member derives from.
+// Common "public.*" type identifiers, as the MIME type every member derives from.
 // An empty value stands for "any type".
 QString mimeForIdentifier(const QString &identifier) {
     static const QHash<QString, QString> table = {
@@ -333,7 +333,8 @@ QString TLUtility::getSupportPath() {
     QString base = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
     if (base.isEmpty())
         base = QDir::homePath() + u"/.local/share"_s;
-    const QString path = base + u'/' + QStringView(kBundleIdentifier) + u'/' + QStringView(kBundleName);
+    const QString path =
+        base + u'/' + QStringView(kBundleIdentifier) + u'/' + QStringView(kBundleName);
     QDir().mkpath(path);
     return path;
 }
