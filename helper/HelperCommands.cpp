@@ -61,6 +61,13 @@ bool refusedForPrivilege(const ToolResult &result) {
            text.contains(u"fuse: device not found"_s) || text.contains(u"/dev/fuse"_s);
 }
 
+QString hibernatedText(const ToolResult &mounted) {
+    return u"Windows did not shut down completely on this volume (it is hibernated or was not "
+           u"unmounted cleanly), so it can only be opened read-only. Start Windows and shut it "
+           u"down fully, or turn off Fast Startup in Windows' power options, then try again. "
+           u"(ntfs-3g: %1)"_s.arg(toolText(mounted));
+}
+
 } // namespace
 
 HelperCommands::HelperCommands(ToolRunner &runner, const DeviceFacts &facts,
@@ -253,18 +260,25 @@ wire::Dictionary HelperCommands::mountReadWrite(const QString &device, const Cal
         return result(problem);
     const ToolResult mounted = mountForCaller(device, mount->target, caller);
     if (mounted.ok()) {
-        qCInfo(lcHelper) << device << "mounted read/write at" << mount->target << "for uid"
-                         << caller.uid;
-        return result({});
+        // ntfs-3g falls back to read-only on a hibernated volume and still reports success.
+        const QList<MountEntry> now = m_facts.mountsOfDevice(device);
+        const bool writable = std::any_of(now.cbegin(), now.cend(), [&](const MountEntry &entry) {
+            return entry.target == mount->target && !entry.readOnly();
+        });
+        if (writable) {
+            qCInfo(lcHelper) << device << "mounted read/write at" << mount->target << "for uid"
+                             << caller.uid;
+            return result({});
+        }
+        if (now.isEmpty())
+            restore(device, *mount);
+        return result(hibernatedText(mounted));
     }
     // The volume goes back to how it was before anything else is said.
     const QString restoreProblem = restore(device, *mount);
     QString text;
     if (refusedAsHibernated(mounted))
-        text = u"Windows did not shut down completely on this volume (it is hibernated or was "
-               u"not unmounted cleanly), so it can only be opened read-only. Start Windows and "
-               u"shut it down fully, or turn off Fast Startup in Windows' power options, then "
-               u"try again. (ntfs-3g: %1)"_s.arg(toolText(mounted));
+        text = hibernatedText(mounted);
     else if (refusedForPrivilege(mounted))
         text = kNoFullDiskAccess;
     else

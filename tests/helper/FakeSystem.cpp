@@ -113,6 +113,14 @@ void FakeSystem::addMount(const QString &device, const QString &target, const QS
     writeFile(u"proc/self/mountinfo"_s, m_mountLines.join(u'\n').toUtf8() + '\n');
 }
 
+void FakeSystem::removeMount(const QString &target) {
+    QString escaped = target;
+    escaped.replace(u'\\', u"\\134"_s).replace(u' ', u"\\040"_s);
+    m_mountLines.removeIf(
+        [&escaped](const QString &line) { return line.split(u' ').value(4) == escaped; });
+    writeFile(u"proc/self/mountinfo"_s, m_mountLines.join(u'\n').toUtf8() + '\n');
+}
+
 helper::ToolResult FakeToolRunner::run(const QString &program, const QStringList &arguments,
                                        std::chrono::milliseconds) {
     const ToolCall call{program, arguments};

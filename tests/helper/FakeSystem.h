@@ -31,6 +31,7 @@ public:
     void setMounts(const QStringList &lines);
     void addMount(const QString &device, const QString &target, const QString &fsType,
                   const QString &options, const QString &superOptions = QStringLiteral("rw"));
+    void removeMount(const QString &target);
     void writeFile(const QString &relative, const QByteArray &content) const;
     void removeFuse() const;
 

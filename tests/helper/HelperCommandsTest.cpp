@@ -46,15 +46,41 @@ protected:
         return reply.value(u"result"_s, u"<missing>"_s);
     }
 
-    // blkid answers for the probes, everything else succeeds.
-    void ntfsVolume(const QString &label = u"Data"_s) {
-        runner.setScript([label](const ToolCall &call) {
-            if (call.program == u"blkid"_s && call.arguments.contains(u"TYPE"_s))
-                return FakeToolRunner::success(u"ntfs\n"_s);
-            if (call.program == u"blkid"_s && call.arguments.contains(u"LABEL"_s))
-                return FakeToolRunner::success(label + u'\n');
+    // How the fake machine reacts: blkid answers the probes, umount and ntfs-3g change the
+    // mount table as the kernel would, unless told to fail.
+    struct Behaviour {
+        QString type = QStringLiteral("ntfs");
+        QString label = QStringLiteral("Data");
+        QString umountError;
+        int ntfsExit = 0;
+        QString ntfsError;
+        bool fallBackReadOnly = false;
+    };
+    void simulate(const Behaviour &b) {
+        runner.setScript([this, b](const ToolCall &call) {
+            if (call.program == u"blkid"_s)
+                return FakeToolRunner::success(
+                    (call.arguments.contains(u"TYPE"_s) ? b.type : b.label) + u'\n');
+            if (call.program == u"umount"_s) {
+                if (!b.umountError.isEmpty())
+                    return FakeToolRunner::failure(32, b.umountError);
+                system.removeMount(call.arguments.last());
+            }
+            if (call.program == u"ntfs-3g"_s) {
+                const bool rw = call.arguments.value(1).startsWith(u"rw"_s);
+                if (rw && b.ntfsExit != 0)
+                    return FakeToolRunner::failure(b.ntfsExit, b.ntfsError);
+                system.addMount(call.arguments.value(2), call.arguments.value(3), u"fuseblk"_s,
+                                rw && !b.fallBackReadOnly ? u"rw"_s : u"ro"_s, u"rw,user_id=0"_s);
+                return FakeToolRunner::success();
+            }
             return FakeToolRunner::success();
         });
+    }
+    void ntfsVolume(const QString &label = u"Data"_s) {
+        Behaviour b;
+        b.label = label;
+        simulate(b);
     }
 
     // A real folder to mount on, owned by `uid` when the test may change owners, otherwise by the
@@ -154,25 +180,31 @@ TEST_F(HelperCommandsTest, MountReadWriteRemountsAtTheSamePathForTheCaller) {
 TEST_F(HelperCommandsTest, HibernatedVolumeStaysReadOnlyWithAPlainExplanation) {
     system.addMount(u"/dev/loop0p1"_s, u"/media/win"_s, u"fuseblk"_s, u"ro"_s,
                     u"ro,user_id=0,group_id=0"_s);
-    for (const int exitCode : {14, 15}) {
+    for (const int exitCode : {14, 15, 0}) {
         runner.calls.clear();
-        runner.setScript([exitCode](const ToolCall &call) {
-            if (call.program == u"blkid"_s)
-                return FakeToolRunner::success(u"ntfs"_s);
-            if (call.program == u"ntfs-3g"_s && call.arguments.value(1).startsWith(u"rw"_s))
-                return FakeToolRunner::failure(
-                    exitCode, u"The disk contains an unclean file system (0, 0).\nMetadata "
-                              u"kept in Windows cache, refused to mount."_s);
-            return FakeToolRunner::success();
-        });
+        system.setMounts({});
+        system.addMount(u"/dev/loop0p1"_s, u"/media/win"_s, u"fuseblk"_s, u"ro"_s,
+                        u"ro,user_id=0,group_id=0"_s);
+        Behaviour b;
+        b.ntfsExit = exitCode;
+        // Exit 0: ntfs-3g fell back to read-only by itself.
+        b.fallBackReadOnly = exitCode == 0;
+        b.ntfsError = u"Windows is hibernated, refused to mount.\nThe disk contains an unclean "
+                      u"file system (0, 0).\nMetadata kept in Windows cache, refused to mount."_s;
+        simulate(b);
         const QString text = send(helper::kMountReadWrite, {{u"bsdName"_s, u"loop0p1"_s}});
         EXPECT_TRUE(text.contains(u"Fast Startup"_s)) << text.toStdString();
         EXPECT_TRUE(text.contains(u"shut it down fully"_s));
         ASSERT_FALSE(runner.calls.isEmpty());
-        // Mounted read-only again where it was, never forced.
-        EXPECT_EQ(runner.calls.last().program, u"ntfs-3g"_s);
-        EXPECT_EQ(runner.calls.last().arguments,
-                  QStringList({u"-o"_s, u"ro"_s, u"/dev/loop0p1"_s, u"/media/win"_s}));
+        // Read-only again where it was, never forced.
+        const QList<helper::MountEntry> now = facts.mountsOfDevice(u"loop0p1"_s);
+        ASSERT_EQ(now.size(), 1);
+        EXPECT_EQ(now[0].target, u"/media/win"_s);
+        EXPECT_TRUE(now[0].readOnly());
+        if (exitCode != 0) {
+            EXPECT_EQ(runner.calls.last().arguments,
+                      QStringList({u"-o"_s, u"ro"_s, u"/dev/loop0p1"_s, u"/media/win"_s}));
+        }
         for (const ToolCall &call : std::as_const(runner.calls)) {
             EXPECT_FALSE(call.arguments.join(u' ').contains(u"force"_s));
             EXPECT_FALSE(call.arguments.join(u' ').contains(u"remove_hiberfile"_s));
@@ -198,14 +230,10 @@ TEST_F(HelperCommandsTest, LackOfPrivilegeAnswersNoFullDiskAccess) {
 
 TEST_F(HelperCommandsTest, MountRefusedWithEpermAnswersNoFullDiskAccessAndRestores) {
     system.addMount(u"/dev/loop1"_s, u"/media/a"_s, u"fuseblk"_s, u"ro"_s, u"ro,user_id=0"_s);
-    runner.setScript([](const ToolCall &call) {
-        if (call.program == u"blkid"_s)
-            return FakeToolRunner::success(u"ntfs"_s);
-        if (call.program == u"ntfs-3g"_s && call.arguments.value(1).startsWith(u"rw"_s))
-            return FakeToolRunner::failure(21, u"fuse: failed to open /dev/fuse: Operation not "
-                                               u"permitted"_s);
-        return FakeToolRunner::success();
-    });
+    Behaviour b;
+    b.ntfsExit = 21;
+    b.ntfsError = u"fuse: failed to open /dev/fuse: Operation not permitted"_s;
+    simulate(b);
     EXPECT_EQ(send(helper::kMountReadWrite, {{u"bsdName"_s, u"loop1"_s}}), u"nofulldiskaccess"_s);
     EXPECT_EQ(runner.calls.last().arguments.value(1), u"ro"_s);
 }
@@ -229,13 +257,10 @@ TEST_F(HelperCommandsTest, MountReadWriteCases) {
         system.setMounts({});
         system.addMount(u"/dev/sdb1"_s, u"/media/x"_s, c.fsType, c.options, c.superOptions);
         runner.calls.clear();
-        runner.setScript([&c](const ToolCall &call) {
-            if (call.program == u"blkid"_s)
-                return FakeToolRunner::success(c.blkidType);
-            if (call.program == u"umount"_s && !c.umountError.isEmpty())
-                return FakeToolRunner::failure(32, c.umountError);
-            return FakeToolRunner::success();
-        });
+        Behaviour b;
+        b.type = c.blkidType;
+        b.umountError = c.umountError;
+        simulate(b);
         const QString text =
             send(helper::kMountReadWrite, {{u"bsdName"_s, u"sdb1"_s}}, user(c.administrator));
         if (c.expectedPart.isEmpty())
