@@ -61,6 +61,10 @@ std::unique_ptr<UDisksEnvironment> UDisksEnvironment::start(QString *why) {
     }
 
     std::unique_ptr<UDisksEnvironment> env(new UDisksEnvironment);
+    if (!env->m_lock.tryLock(240000)) {
+        *why = u"another udisks test environment kept its lock"_s;
+        return nullptr;
+    }
     const QString socketPath = env->m_dir.filePath(u"system_bus_socket"_s);
     const QString configPath = env->m_dir.filePath(u"system.conf"_s);
     QFile config(configPath);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QLockFile>
 #include <QProcess>
 #include <QString>
 #include <QTemporaryDir>
@@ -28,6 +29,9 @@ private:
                       QString *why);
     static void stopProcess(QProcess &process);
 
+    // ctest runs each case as its own process, in parallel: one stack at a time, so no case
+    // stops the udevd another one still relies on.
+    QLockFile m_lock{QStringLiteral("/tmp/vantrelo-udisks-environment.lock")};
     QTemporaryDir m_dir;
     QProcess m_dbus;
     QProcess m_udevd;
