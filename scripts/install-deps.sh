@@ -9,6 +9,7 @@ packages=(
   libmount-dev libblkid-dev libudev-dev libgtest-dev libgmock-dev libbenchmark-dev
   ntfs-3g util-linux mount e2fsprogs btrfs-progs xfsprogs udisks2 dbus udev
   xvfb xauth procps psmisc
+  eject xdg-utils
 )
 
 missing=()
