@@ -1,0 +1,26 @@
+#include <QDir>
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+
+// Replays the request fuzzer's corpus through the same entry, so findings stay fixed in the
+// ordinary build.
+TEST(HelperCorpusReplay, EveryCorpusFileRunsCleanly) {
+    const QDir corpus(QStringLiteral(VANTRELO_HELPER_CORPUS));
+    const QStringList files = corpus.entryList(QDir::Files, QDir::Name);
+    ASSERT_GE(files.size(), 10) << "corpus missing at " << corpus.path().toStdString();
+    for (const QString &name : files) {
+        QFile file(corpus.filePath(name));
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << name.toStdString();
+        const QByteArray bytes = file.readAll();
+        SCOPED_TRACE(name.toStdString());
+        EXPECT_EQ(LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(bytes.constData()),
+                                         size_t(bytes.size())),
+                  0);
+    }
+}
