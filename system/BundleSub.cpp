@@ -20,26 +20,16 @@ BundleSub *BundleSub::mainBundle() {
 }
 
 void BundleSub::installOnce() {
-    QMutexLocker lock(&m_mutex);
+    QMutexLocker lock(&m_installMutex);
     if (m_installed || !QCoreApplication::instance())
         return;
     QCoreApplication::installTranslator(this);
     m_installed = true;
 }
 
-void BundleSub::setLanguageBundle(std::shared_ptr<const QTranslator> bundle) {
-    QMutexLocker lock(&m_mutex);
-    m_languageBundle = std::move(bundle);
-}
-
-std::shared_ptr<const QTranslator> BundleSub::languageBundle() const {
-    QMutexLocker lock(&m_mutex);
-    return m_languageBundle;
-}
-
 QString BundleSub::translate(const char *context, const char *sourceText,
                              const char *disambiguation, int n) const {
-    if (const std::shared_ptr<const QTranslator> bundle = languageBundle()) {
+    if (const QTranslator *bundle = languageBundle()) {
         const QString text = bundle->translate(context, sourceText, disambiguation, n);
         // A null answer makes qtTrId() show the key; an empty one would show nothing.
         return text.isEmpty() ? QString() : text;

@@ -3,7 +3,7 @@
 #include <QMutex>
 #include <QTranslator>
 
-#include <memory>
+#include <atomic>
 
 // The one translator installed in the application. Every qtTrId() lookup passes through it: with
 // a language table attached, the answer comes from that table only (a key it lacks shows as the
@@ -16,8 +16,10 @@ public:
     // Created on the first call and installed as soon as an application object exists.
     static BundleSub *mainBundle();
 
-    void setLanguageBundle(std::shared_ptr<const QTranslator> bundle);
-    std::shared_ptr<const QTranslator> languageBundle() const;
+    // The table must outlive every lookup: tables are loaded once and never destroyed, since a
+    // translator's destructor takes the application's translation lock.
+    void setLanguageBundle(const QTranslator *bundle) { m_languageBundle = bundle; }
+    const QTranslator *languageBundle() const { return m_languageBundle; }
 
     QString translate(const char *context, const char *sourceText,
                       const char *disambiguation = nullptr, int n = -1) const override;
@@ -27,7 +29,7 @@ private:
     BundleSub();
     void installOnce();
 
-    mutable QMutex m_mutex;
-    std::shared_ptr<const QTranslator> m_languageBundle;
+    QMutex m_installMutex;
+    std::atomic<const QTranslator *> m_languageBundle{nullptr};
     bool m_installed = false;
 };

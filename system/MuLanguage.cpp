@@ -5,33 +5,45 @@
 #include "system/SystemLogging.h"
 #include "system/UserDefaults.h"
 
+#include <QHash>
 #include <QLocale>
-
-#include <memory>
+#include <QMutex>
+#include <QTranslator>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-QString g_language;
 QMutex g_languageMutex;
+QString g_language;
+// Loaded once per language and kept: lookups on other threads may still be reading a table
+// that was just replaced.
+QHash<QString, const QTranslator *> g_tables;
+
+const QTranslator *tableFor(const QString &language) {
+    const QString path = TranslationFiles::tablePath(language);
+    if (path.isEmpty())
+        return nullptr;
+    if (const auto it = g_tables.constFind(language); it != g_tables.constEnd())
+        return *it;
+    auto *table = new QTranslator;
+    if (!table->load(path)) {
+        qCWarning(lcSystem) << "no string table for language" << language;
+        delete table;
+        table = nullptr;
+    }
+    g_tables.insert(language, table);
+    return table;
+}
 
 } // namespace
 
 void MuLanguage::setLanguage(const QString &language) {
     BundleSub *bundle = BundleSub::mainBundle();
-    std::shared_ptr<QTranslator> table;
-    const QString path = TranslationFiles::tablePath(language);
-    if (!path.isEmpty()) {
-        table = std::make_shared<QTranslator>();
-        if (!table->load(path)) {
-            qCWarning(lcSystem) << "no string table for language" << language;
-            table.reset();
-        }
-    }
     QMutexLocker lock(&g_languageMutex);
+    const QTranslator *table = tableFor(language);
     g_language = table ? language : QString();
-    bundle->setLanguageBundle(std::move(table));
+    bundle->setLanguageBundle(table);
 }
 
 QString MuLanguage::language() {
@@ -72,9 +84,12 @@ QVariant MuLanguage::preferredLanguages() {
 }
 
 QStringList MuLanguage::systemPreferredLanguages() {
+    return languageTags(QLocale::system().uiLanguages());
+}
+
+QStringList MuLanguage::languageTags(const QStringList &localeNames) {
     QStringList tags;
-    const QStringList uiLanguages = QLocale::system().uiLanguages();
-    for (const QString &name : uiLanguages) {
+    for (const QString &name : localeNames) {
         const QLocale locale(name);
         if (locale.language() == QLocale::C) {
             tags.append(name);

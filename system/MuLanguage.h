@@ -23,6 +23,8 @@ public:
     // The system's languages as language-script-territory tags ("zh-Hans-CN", "de-Latn-CH"), so
     // that Simplified Chinese is recognisable from the locale "zh_CN" alone.
     static QStringList systemPreferredLanguages();
+    // "zh-CN" -> "zh-Hans-CN", "de" -> "de-Latn-DE"; names that are no language pass unchanged.
+    static QStringList languageTags(const QStringList &localeNames);
     // Run once at start, before any window is built.
     static void applyPreferredLanguage();
 };
