@@ -71,9 +71,10 @@ QString hibernatedText(const ToolResult &mounted) {
 } // namespace
 
 HelperCommands::HelperCommands(ToolRunner &runner, const DeviceFacts &facts,
-                               HelperSettings settings)
+                               const VolumeProbe &probe, HelperSettings settings)
     : m_runner(runner)
     , m_facts(facts)
+    , m_probe(probe)
     , m_settings(std::move(settings)) {}
 
 wire::Dictionary HelperCommands::result(const QString &text) {
@@ -155,11 +156,8 @@ wire::Dictionary HelperCommands::handle(const wire::Request &request, const Call
 }
 
 QString HelperCommands::requireNtfs(const QString &device) const {
-    const ToolResult probe = m_runner.run(
-        u"blkid"_s, {u"-p"_s, u"-o"_s, u"value"_s, u"-s"_s, u"TYPE"_s, u"--"_s, devicePath(device)},
-        m_settings.quickLimit);
-    const QString type = probe.output.trimmed();
-    if (probe.ok() && type == u"ntfs"_s)
+    const QString type = m_probe.probe(devicePath(device)).type;
+    if (type == u"ntfs"_s)
         return {};
     if (type.isEmpty())
         return u"No file system was recognized on %1."_s.arg(device);
@@ -179,12 +177,11 @@ QString HelperCommands::singleMount(const QString &device, std::optional<MountEn
 }
 
 QString HelperCommands::unmount(const MountEntry &mount) const {
-    const ToolResult result =
-        m_runner.run(u"umount"_s, {u"--"_s, mount.target}, m_settings.mountLimit);
+    const ToolResult result = m_runner.unmount(mount.target);
     if (result.ok())
         return {};
     return u"The volume at %1 is in use and could not be unmounted. Close the files and windows "
-           u"that use it, then try again. (umount: %2)"_s.arg(mount.target, toolText(result));
+           u"that use it, then try again. (%2)"_s.arg(mount.target, toolText(result));
 }
 
 ToolResult HelperCommands::mountForCaller(const QString &device, const QString &target,
@@ -353,13 +350,7 @@ wire::Dictionary HelperCommands::erase(const QString &device, const Caller &call
         return result(problem);
     if (const QString problem = requireNtfs(device); !problem.isEmpty())
         return result(problem);
-    const ToolResult labelProbe = m_runner.run(
-        u"blkid"_s,
-        {u"-p"_s, u"-o"_s, u"value"_s, u"-s"_s, u"LABEL"_s, u"--"_s, devicePath(device)},
-        m_settings.quickLimit);
-    QString label = labelProbe.ok() ? labelProbe.output : QString();
-    if (label.endsWith(u'\n'))
-        label.chop(1);
+    const QString label = m_probe.probe(devicePath(device)).label;
     if (mount) {
         if (const QString problem = unmount(*mount); !problem.isEmpty())
             return result(problem);

@@ -3,6 +3,7 @@
 #include "helper/Caller.h"
 #include "helper/DeviceFacts.h"
 #include "helper/ToolRunner.h"
+#include "helper/VolumeProbe.h"
 #include "helperclient/wire/WireCodec.h"
 
 #include <chrono>
@@ -47,7 +48,8 @@ struct HelperSettings {
 
 class HelperCommands : public RequestHandler {
 public:
-    HelperCommands(ToolRunner &runner, const DeviceFacts &facts, HelperSettings settings = {});
+    HelperCommands(ToolRunner &runner, const DeviceFacts &facts, const VolumeProbe &probe,
+                   HelperSettings settings = {});
 
     Plan plan(const wire::Request &request, const Caller &caller) const override;
     // Plans and, when there is work, runs it on this thread.
@@ -75,6 +77,7 @@ private:
 
     ToolRunner &m_runner;
     const DeviceFacts &m_facts;
+    const VolumeProbe &m_probe;
     HelperSettings m_settings;
 };
 

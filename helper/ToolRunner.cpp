@@ -2,6 +2,7 @@
 
 #include "helper/HelperLogging.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QProcessEnvironment>
@@ -9,6 +10,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/close_range.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -113,6 +115,21 @@ ToolResult ProcessToolRunner::run(const QString &program, const QStringList &arg
     if (!result.timedOut)
         result.exitCode =
             process.exitStatus() == QProcess::NormalExit ? process.exitCode() : 128 + SIGKILL;
+    return result;
+}
+
+ToolResult ProcessToolRunner::unmount(const QString &target) {
+    ToolResult result;
+    result.started = true;
+    const QByteArray path = QFile::encodeName(target);
+    if (::umount2(path.constData(), UMOUNT_NOFOLLOW) == 0) {
+        result.exitCode = 0;
+        return result;
+    }
+    const int error = errno;
+    result.exitCode = 32; // umount's "unmount failed"
+    result.errorOutput =
+        u"umount: %1: %2"_s.arg(target, QString::fromLocal8Bit(std::strerror(error)));
     return result;
 }
 

@@ -38,6 +38,8 @@ public:
     // Starts a program detached from the helper under the given identity; does not wait for it.
     virtual bool spawnAs(const QString &program, const QStringList &arguments,
                          const Identity &identity, QString *why) = 0;
+    // Unmounts the file system at `target`, with the result shaped like umount's.
+    virtual ToolResult unmount(const QString &target) = 0;
 };
 
 class ProcessToolRunner : public ToolRunner {
@@ -46,6 +48,9 @@ public:
                    std::chrono::milliseconds limit) override;
     bool spawnAs(const QString &program, const QStringList &arguments, const Identity &identity,
                  QString *why) override;
+    // The system call itself: starting umount costs more than the rest of a remount together,
+    // and a path handed to the kernel cannot be taken for an option.
+    ToolResult unmount(const QString &target) override;
 
     // Absolute path of `program` in the fixed system folders, or "" when absent. The caller's
     // PATH is never consulted.

@@ -4,6 +4,7 @@
 #include "helper/HelperLogging.h"
 #include "helper/HelperServer.h"
 #include "helper/ToolRunner.h"
+#include "helper/VolumeProbe.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -65,7 +66,8 @@ int main(int argc, char *argv[]) {
     const helper::DeviceFacts facts;
     helper::HelperSettings settings;
     settings.privileged = ::geteuid() == 0;
-    const helper::HelperCommands commands(runner, facts, settings);
+    const helper::BlkidVolumeProbe probe;
+    const helper::HelperCommands commands(runner, facts, probe, settings);
     helper::DiskScheduler scheduler;
     int status = 0;
     {

@@ -128,6 +128,10 @@ helper::ToolResult FakeToolRunner::run(const QString &program, const QStringList
     return m_script ? m_script(call) : success();
 }
 
+helper::ToolResult FakeToolRunner::unmount(const QString &target) {
+    return run(u"umount"_s, {u"--"_s, target}, {});
+}
+
 bool FakeToolRunner::spawnAs(const QString &program, const QStringList &arguments,
                              const helper::Identity &identity, QString *) {
     calls.append({program, arguments});

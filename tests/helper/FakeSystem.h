@@ -2,6 +2,7 @@
 
 #include "helper/DeviceFacts.h"
 #include "helper/ToolRunner.h"
+#include "helper/VolumeProbe.h"
 
 #include <QByteArray>
 #include <QList>
@@ -59,6 +60,8 @@ public:
                            std::chrono::milliseconds limit) override;
     bool spawnAs(const QString &program, const QStringList &arguments,
                  const helper::Identity &identity, QString *why) override;
+    // Recorded as the call of umount it stands for.
+    helper::ToolResult unmount(const QString &target) override;
 
     void setScript(Script script) { m_script = std::move(script); }
     static helper::ToolResult success(const QString &output = {});
@@ -69,6 +72,17 @@ public:
 
 private:
     Script m_script;
+};
+
+// Answers every probe with `volume` and remembers what was asked.
+class FakeVolumeProbe : public helper::VolumeProbe {
+public:
+    Volume probe(const QString &devicePath) const override {
+        probed.append(devicePath);
+        return volume;
+    }
+    Volume volume;
+    mutable QStringList probed;
 };
 
 } // namespace helpertest

@@ -14,6 +14,7 @@ using namespace Qt::StringLiterals;
 using helper::Caller;
 using helpertest::FakeSystem;
 using helpertest::FakeToolRunner;
+using helpertest::FakeVolumeProbe;
 using helpertest::ToolCall;
 
 namespace {
@@ -32,7 +33,7 @@ class HelperCommandsTest : public ::testing::Test {
 protected:
     HelperCommandsTest()
         : facts(system.roots())
-        , commands(runner, facts, settings()) {}
+        , commands(runner, facts, probe, settings()) {}
 
     static helper::HelperSettings settings() {
         helper::HelperSettings s;
@@ -46,7 +47,7 @@ protected:
         return reply.value(u"result"_s, u"<missing>"_s);
     }
 
-    // How the fake machine reacts: blkid answers the probes, umount and ntfs-3g change the
+    // How the fake machine reacts: the probe sees `type` and `label`, umount and ntfs-3g change the
     // mount table as the kernel would, unless told to fail.
     struct Behaviour {
         QString type = QStringLiteral("ntfs");
@@ -57,10 +58,8 @@ protected:
         bool fallBackReadOnly = false;
     };
     void simulate(const Behaviour &b) {
+        probe.volume = {b.type, b.label};
         runner.setScript([this, b](const ToolCall &call) {
-            if (call.program == u"blkid"_s)
-                return FakeToolRunner::success(
-                    (call.arguments.contains(u"TYPE"_s) ? b.type : b.label) + u'\n');
             if (call.program == u"umount"_s) {
                 if (!b.umountError.isEmpty())
                     return FakeToolRunner::failure(32, b.umountError);
@@ -103,6 +102,7 @@ protected:
     FakeSystem system;
     FakeToolRunner runner;
     helper::DeviceFacts facts;
+    FakeVolumeProbe probe;
     helper::HelperCommands commands;
 };
 
@@ -167,12 +167,12 @@ TEST_F(HelperCommandsTest, MountReadWriteRemountsAtTheSamePathForTheCaller) {
     EXPECT_EQ(
         send(helper::kMountReadWrite, {{u"name"_s, u"My Disk"_s}, {u"bsdName"_s, u"loop1"_s}}),
         u""_s);
-    ASSERT_EQ(runner.calls.size(), 3);
-    EXPECT_EQ(runner.calls[0].program, u"blkid"_s);
-    EXPECT_EQ(runner.calls[1].program, u"umount"_s);
-    EXPECT_EQ(runner.calls[1].arguments, QStringList({u"--"_s, u"/media/user/My Disk"_s}));
-    EXPECT_EQ(runner.calls[2].program, u"ntfs-3g"_s);
-    EXPECT_EQ(runner.calls[2].arguments,
+    EXPECT_EQ(probe.probed, QStringList({u"/dev/loop1"_s}));
+    ASSERT_EQ(runner.calls.size(), 2);
+    EXPECT_EQ(runner.calls[0].program, u"umount"_s);
+    EXPECT_EQ(runner.calls[0].arguments, QStringList({u"--"_s, u"/media/user/My Disk"_s}));
+    EXPECT_EQ(runner.calls[1].program, u"ntfs-3g"_s);
+    EXPECT_EQ(runner.calls[1].arguments,
               QStringList({u"-o"_s, u"rw,uid=1000,gid=1001,windows_names"_s, u"/dev/loop1"_s,
                            u"/media/user/My Disk"_s}));
 }
@@ -217,7 +217,7 @@ TEST_F(HelperCommandsTest, LackOfPrivilegeAnswersNoFullDiskAccess) {
     ntfsVolume();
     helper::HelperSettings unprivileged;
     unprivileged.privileged = false;
-    const helper::HelperCommands notRoot(runner, facts, unprivileged);
+    const helper::HelperCommands notRoot(runner, facts, probe, unprivileged);
     EXPECT_EQ(notRoot.handle({1, helper::kMountReadWrite, {{u"bsdName"_s, u"loop1"_s}}}, user())
                   .value(u"result"_s),
               u"nofulldiskaccess"_s);
@@ -303,21 +303,20 @@ TEST_F(HelperCommandsTest, RepairUnmountsFixesAndMountsAgainAsItWas) {
                     u"rw,user_id=0,group_id=0,allow_other"_s);
     ntfsVolume();
     EXPECT_EQ(send(helper::kRepair, {{u"bsdName"_s, u"loop0p2"_s}}), u""_s);
-    ASSERT_EQ(programs(), QStringList({u"blkid"_s, u"umount"_s, u"ntfsfix"_s, u"ntfs-3g"_s}));
-    EXPECT_EQ(runner.calls[2].arguments, QStringList({u"-d"_s, u"/dev/loop0p2"_s}));
+    ASSERT_EQ(programs(), QStringList({u"umount"_s, u"ntfsfix"_s, u"ntfs-3g"_s}));
+    EXPECT_EQ(runner.calls[1].arguments, QStringList({u"-d"_s, u"/dev/loop0p2"_s}));
     const QString ownerOptions =
         owner == 0 ? QString()
                    : u",uid=%1,gid=%2"_s.arg(owner).arg(owner == ::getuid() ? ::getgid() : owner);
-    EXPECT_EQ(runner.calls[3].arguments,
+    EXPECT_EQ(runner.calls[2].arguments,
               QStringList({u"-o"_s, u"rw"_s + ownerOptions + u",windows_names"_s, u"/dev/loop0p2"_s,
                            target}));
 }
 
 TEST_F(HelperCommandsTest, RepairFailureFoldsTheToolErrorAndStillRemounts) {
     system.addMount(u"/dev/loop1"_s, u"/media/d"_s, u"fuseblk"_s, u"ro"_s, u"ro"_s);
+    probe.volume = {u"ntfs"_s, {}};
     runner.setScript([](const ToolCall &call) {
-        if (call.program == u"blkid"_s)
-            return FakeToolRunner::success(u"ntfs"_s);
         if (call.program == u"ntfsfix"_s)
             return FakeToolRunner::failure(1, u"Volume is corrupt. You should run chkdsk."_s);
         return FakeToolRunner::success();
@@ -331,18 +330,17 @@ TEST_F(HelperCommandsTest, EraseKeepsTheLabelAndMountsReadWriteForTheCaller) {
     system.addMount(u"/dev/sdb1"_s, u"/media/u/-Backup"_s, u"fuseblk"_s, u"ro"_s, u"ro"_s);
     ntfsVolume(u"-Backup"_s);
     EXPECT_EQ(send(helper::kErase, {{u"bsdName"_s, u"sdb1"_s}}), u""_s);
-    ASSERT_EQ(programs(),
-              QStringList({u"blkid"_s, u"blkid"_s, u"umount"_s, u"mkntfs"_s, u"ntfs-3g"_s}));
-    EXPECT_EQ(runner.calls[3].arguments,
+    ASSERT_EQ(programs(), QStringList({u"umount"_s, u"mkntfs"_s, u"ntfs-3g"_s}));
+    EXPECT_EQ(runner.calls[1].arguments,
               QStringList({u"--fast"_s, u"--label=-Backup"_s, u"/dev/sdb1"_s}));
-    EXPECT_EQ(runner.calls[4].arguments.value(1), u"rw,uid=1000,gid=1001,windows_names"_s);
+    EXPECT_EQ(runner.calls[2].arguments.value(1), u"rw,uid=1000,gid=1001,windows_names"_s);
 }
 
 TEST_F(HelperCommandsTest, EraseOfAnUnlabelledVolumeGivesNoLabel) {
     ntfsVolume(u""_s);
     EXPECT_EQ(send(helper::kErase, {{u"bsdName"_s, u"loop1"_s}}), u""_s);
-    ASSERT_EQ(programs(), QStringList({u"blkid"_s, u"blkid"_s, u"mkntfs"_s}));
-    EXPECT_EQ(runner.calls[2].arguments, QStringList({u"--fast"_s, u"/dev/loop1"_s}));
+    ASSERT_EQ(programs(), QStringList({u"mkntfs"_s}));
+    EXPECT_EQ(runner.calls[0].arguments, QStringList({u"--fast"_s, u"/dev/loop1"_s}));
 }
 
 TEST_F(HelperCommandsTest, RenameValidatesTheLabel) {
@@ -384,9 +382,8 @@ TEST_F(HelperCommandsTest, RenameValidatesTheLabel) {
             send(helper::kRename, {{u"bsdName"_s, u"loop1"_s}, {u"newName"_s, c.label}});
         if (c.valid) {
             EXPECT_EQ(text, u""_s);
-            ASSERT_EQ(programs(),
-                      QStringList({u"blkid"_s, u"umount"_s, u"ntfslabel"_s, u"ntfs-3g"_s}));
-            EXPECT_EQ(runner.calls[2].arguments, QStringList({u"/dev/loop1"_s, c.label}));
+            ASSERT_EQ(programs(), QStringList({u"umount"_s, u"ntfslabel"_s, u"ntfs-3g"_s}));
+            EXPECT_EQ(runner.calls[1].arguments, QStringList({u"/dev/loop1"_s, c.label}));
         } else {
             EXPECT_FALSE(text.isEmpty());
             EXPECT_TRUE(runner.calls.isEmpty());

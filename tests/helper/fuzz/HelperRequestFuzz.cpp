@@ -22,6 +22,12 @@ public:
                  QString *) override {
         std::abort();
     }
+    helper::ToolResult unmount(const QString &) override { std::abort(); }
+};
+
+class ForbiddenProbe : public helper::VolumeProbe {
+public:
+    Volume probe(const QString &) const override { std::abort(); }
 };
 
 void checkPlan(const helper::HelperCommands &commands, const helper::DeviceFacts &facts,
@@ -69,7 +75,8 @@ void checkPlan(const helper::HelperCommands &commands, const helper::DeviceFacts
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static ForbiddenRunner runner;
     static const helper::DeviceFacts facts;
-    static const helper::HelperCommands commands(runner, facts);
+    static const ForbiddenProbe probe;
+    static const helper::HelperCommands commands(runner, facts, probe);
     const QByteArrayView bytes(data, qsizetype(size));
     helper::Caller caller = helper::Caller::forIds(1, 1000, 1000);
     caller.administrator = size > 0 && (data[size - 1] & 1);
