@@ -1,0 +1,93 @@
+#include "analytics/GoogleAnalytics.h"
+
+#include "analytics/EventTracker.h"
+#include "analytics/SystemInfo.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSysInfo>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+TEST(GoogleAnalyticsParameters, SixFixedParametersInOrder) {
+    const EventParameters parameters =
+        GoogleAnalytics::eventParameters(u"launch at login"_s, u"on"_s);
+    ASSERT_EQ(parameters.size(), 6);
+    EXPECT_EQ(parameters[0], qMakePair(u"soft_name"_s, u"Vantrelo"_s));
+    EXPECT_EQ(parameters[1], qMakePair(u"track_version"_s, u"1.2.0"_s));
+    EXPECT_EQ(parameters[2], qMakePair(u"event_label"_s, u"on"_s));
+    EXPECT_EQ(parameters[3], qMakePair(u"event_action"_s, u"launch at login"_s));
+    EXPECT_EQ(parameters[4].first, u"system_version"_s);
+    EXPECT_EQ(parameters[4].second, SystemInfo::systemVersion());
+    EXPECT_EQ(parameters[5].first, u"serial"_s);
+    EXPECT_EQ(parameters[5].second, SystemInfo::serialNumber());
+}
+
+TEST(GoogleAnalyticsParameters, NullActionAndParamBecomeEmptyTexts) {
+    const QByteArray json =
+        EventTracker::eventJson(u"Menu"_s, GoogleAnalytics::eventParameters({}, {}));
+    const QJsonObject params = QJsonDocument::fromJson(json).object()[u"params"_s].toObject();
+    ASSERT_TRUE(params[u"event_action"_s].isString());
+    ASSERT_TRUE(params[u"event_label"_s].isString());
+    EXPECT_EQ(params[u"event_action"_s].toString(), u""_s);
+    EXPECT_EQ(params[u"event_label"_s].toString(), u""_s);
+}
+
+TEST(GoogleAnalyticsParameters, EventJsonKeepsWithinMeasurementProtocolLimits) {
+    const QString longLabel = u"failed:"_s + QString(300, u'x');
+    const QJsonObject event =
+        QJsonDocument::fromJson(
+            EventTracker::eventJson(QString(60, u'N'),
+                                    GoogleAnalytics::eventParameters(u"mount failed"_s, longLabel)))
+            .object();
+    EXPECT_EQ(event[u"name"_s].toString().size(), 40);
+    EXPECT_EQ(event[u"params"_s][u"event_label"_s].toString(), longLabel.left(100));
+    EXPECT_EQ(event[u"params"_s][u"soft_name"_s].toString(), u"Vantrelo"_s);
+}
+
+struct ReleaseCase {
+    const char *release;
+    const char *version;
+};
+
+class KernelReleaseTest : public ::testing::TestWithParam<ReleaseCase> {};
+
+TEST_P(KernelReleaseTest, MajorMinorPatch) {
+    EXPECT_EQ(SystemInfo::versionFromRelease(QString::fromUtf8(GetParam().release)),
+              QString::fromUtf8(GetParam().version));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Releases, KernelReleaseTest,
+    ::testing::Values(ReleaseCase{"6.1.0-13-amd64", "6.1.0"},
+                      ReleaseCase{"5.15.0-91-generic", "5.15.0"},
+                      ReleaseCase{"6.6.7+rpt-rpi-v8", "6.6.7"}, ReleaseCase{"5.15", "5.15.0"},
+                      ReleaseCase{"4.19.0rc3", "4.19.0"}, ReleaseCase{"6", "6.0.0"},
+                      ReleaseCase{"6.1.0.4", "6.1.0"}, ReleaseCase{"", "0.0.0"},
+                      ReleaseCase{"linux", "0.0.0"}));
+
+TEST(SystemInfoTest, RunningKernelVersion) {
+    EXPECT_EQ(SystemInfo::systemVersion(),
+              SystemInfo::versionFromRelease(QSysInfo::kernelVersion()));
+    EXPECT_NE(SystemInfo::systemVersion(), u"0.0.0"_s);
+}
+
+TEST(SystemInfoTest, SerialIsTrimmedOrEmptyWhenUnreadable) {
+    QTemporaryDir dir;
+    QFile file(dir.filePath(u"product_serial"_s));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("  PF2ABCDE\n");
+    file.close();
+    EXPECT_EQ(SystemInfo::serialNumber(file.fileName()), u"PF2ABCDE"_s);
+    EXPECT_EQ(SystemInfo::serialNumber(dir.filePath(u"missing"_s)), u""_s);
+    // A folder opens but cannot be read, as root too.
+    EXPECT_EQ(SystemInfo::serialNumber(dir.path()), u""_s);
+}
+
+} // namespace
