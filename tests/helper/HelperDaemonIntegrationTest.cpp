@@ -341,4 +341,33 @@ TEST_F(DaemonTest, GarbageAndAbandonedCommandsDoNotDisturbOthers) {
     EXPECT_FALSE(mounts[0].readOnly());
 }
 
+// Started the way systemd starts it: the listening socket arrives as descriptor 3.
+TEST(DaemonActivation, ServesTheSocketSystemdPasses) {
+    if (!testsupport::haveProgram(u"systemd-socket-activate"_s))
+        GTEST_SKIP() << "systemd-socket-activate is not installed";
+    QTemporaryDir dir;
+    const QString socketPath = dir.filePath(u"activated.sock"_s);
+    QProcess activator;
+    activator.setProcessChannelMode(QProcess::ForwardedChannels);
+    activator.start(u"systemd-socket-activate"_s,
+                    {u"-l"_s, socketPath, QStringLiteral(VANTRELO_HELPER_DAEMON)});
+    ASSERT_TRUE(activator.waitForStarted());
+    std::unique_ptr<WireClient> client;
+    for (int attempt = 0; attempt < 400 && !(client = WireClient::connectTo(socketPath)); ++attempt)
+        QThread::msleep(25);
+    ASSERT_TRUE(client);
+    EXPECT_EQ(client->result(helper::kVersion), QStringLiteral(VANTRELO_VERSION));
+    activator.terminate();
+    EXPECT_TRUE(activator.waitForFinished(30000));
+}
+
+// Without a socket of either kind there is nothing to serve: it says so and stops.
+TEST(DaemonActivation, RefusesToRunWithoutASocket) {
+    QProcess daemon;
+    daemon.start(QStringLiteral(VANTRELO_HELPER_DAEMON), {});
+    ASSERT_TRUE(daemon.waitForFinished(30000));
+    EXPECT_NE(daemon.exitCode(), 0);
+    EXPECT_TRUE(daemon.readAllStandardError().contains("--socket"));
+}
+
 } // namespace
