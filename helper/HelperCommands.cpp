@@ -132,16 +132,17 @@ Plan HelperCommands::plan(const wire::Request &request, const Caller &caller) co
         return Plan{std::nullopt, disk,
                     [this, device, caller] { return mountReadWrite(device, caller); }};
     case kEject:
-        return Plan{std::nullopt, disk, [this, disk] { return eject(disk); }};
+        return Plan{std::nullopt, disk, [this, disk, caller] { return eject(disk, caller); }};
     case kRepair:
-        return Plan{std::nullopt, disk, [this, device] { return repair(device); }};
+        return Plan{std::nullopt, disk, [this, device, caller] { return repair(device, caller); }};
     case kErase:
         return Plan{std::nullopt, disk, [this, device, caller] { return erase(device, caller); }};
     case kRename: {
         const QString label = parameter(u"newName"_s);
         if (const QString problem = ntfsLabelProblem(label); !problem.isEmpty())
             return answer(problem);
-        return Plan{std::nullopt, disk, [this, device, label] { return rename(device, label); }};
+        return Plan{std::nullopt, disk,
+                    [this, device, label, caller] { return rename(device, label, caller); }};
     }
     default:
         return answer(u"The helper does not support command %1."_s.arg(request.code));
@@ -164,16 +165,25 @@ QString HelperCommands::requireNtfs(const QString &device) const {
     return u"%1 holds %2, not NTFS; the helper only works on NTFS volumes."_s.arg(device, type);
 }
 
-QString HelperCommands::singleMount(const QString &device, std::optional<MountEntry> *mount) const {
+QString HelperCommands::ownerProblem(const QString &device, const MountEntry &mount,
+                                     const Caller &caller) {
+    if (caller.administrator || mount.ownerUid <= 0 || mount.ownerUid == qint64(caller.uid))
+        return {};
+    return u"%1 is mounted for another user at %2. Only that user or an administrator can change "
+           u"it."_s.arg(device, mount.target);
+}
+
+QString HelperCommands::singleMount(const QString &device, const Caller &caller,
+                                    std::optional<MountEntry> *mount) const {
     const QList<MountEntry> mounts = m_facts.mountsOfDevice(device);
     if (mounts.size() > 1)
         return u"%1 is mounted at more than one place (%2 and %3). Unmount the others first."_s.arg(
             device, mounts[0].target, mounts[1].target);
-    if (!mounts.isEmpty()) {
-        *mount = mounts.first();
-        m_facts.fillOwner(&**mount);
-    }
-    return {};
+    if (mounts.isEmpty())
+        return {};
+    *mount = mounts.first();
+    m_facts.fillOwner(&**mount);
+    return ownerProblem(device, **mount, caller);
 }
 
 QString HelperCommands::unmount(const MountEntry &mount) const {
@@ -238,18 +248,14 @@ wire::Dictionary HelperCommands::open(const QString &mountPath, const Caller &ca
 
 wire::Dictionary HelperCommands::mountReadWrite(const QString &device, const Caller &caller) const {
     std::optional<MountEntry> mount;
-    if (const QString problem = singleMount(device, &mount); !problem.isEmpty())
+    if (const QString problem = singleMount(device, caller, &mount); !problem.isEmpty())
         return result(problem);
     if (!mount)
         return result(u"%1 is not mounted, so there is no mount to make writable."_s.arg(device));
     if (const QString problem = requireNtfs(device); !problem.isEmpty())
         return result(problem);
-    if (!mount->readOnly()) {
-        if (mount->ownerUid == qint64(caller.uid))
-            return result({});
-        if (!caller.administrator && mount->ownerUid > 0)
-            return result(u"%1 is already mounted read/write for another user."_s.arg(device));
-    }
+    if (!mount->readOnly() && mount->ownerUid == qint64(caller.uid))
+        return result({});
     if (!m_settings.privileged || !m_facts.fuseUsable())
         return result(kNoFullDiskAccess);
 
@@ -285,8 +291,13 @@ wire::Dictionary HelperCommands::mountReadWrite(const QString &device, const Cal
     return result(text);
 }
 
-wire::Dictionary HelperCommands::eject(const QString &disk) const {
+wire::Dictionary HelperCommands::eject(const QString &disk, const Caller &caller) const {
     QList<MountEntry> mounts = m_facts.mountsOfDisk(disk);
+    for (MountEntry &mount : mounts) {
+        m_facts.fillOwner(&mount);
+        if (const QString problem = ownerProblem(mount.device, mount, caller); !problem.isEmpty())
+            return result(problem);
+    }
     // Nested mounts go first, so a parent is never busy because of its child.
     std::sort(mounts.begin(), mounts.end(), [](const MountEntry &a, const MountEntry &b) {
         return a.target.size() > b.target.size();
@@ -323,9 +334,9 @@ wire::Dictionary HelperCommands::eject(const QString &disk) const {
         disk, toolText(ejected)));
 }
 
-wire::Dictionary HelperCommands::repair(const QString &device) const {
+wire::Dictionary HelperCommands::repair(const QString &device, const Caller &caller) const {
     std::optional<MountEntry> mount;
-    if (const QString problem = singleMount(device, &mount); !problem.isEmpty())
+    if (const QString problem = singleMount(device, caller, &mount); !problem.isEmpty())
         return result(problem);
     if (const QString problem = requireNtfs(device); !problem.isEmpty())
         return result(problem);
@@ -346,7 +357,7 @@ wire::Dictionary HelperCommands::repair(const QString &device) const {
 
 wire::Dictionary HelperCommands::erase(const QString &device, const Caller &caller) const {
     std::optional<MountEntry> mount;
-    if (const QString problem = singleMount(device, &mount); !problem.isEmpty())
+    if (const QString problem = singleMount(device, caller, &mount); !problem.isEmpty())
         return result(problem);
     if (const QString problem = requireNtfs(device); !problem.isEmpty())
         return result(problem);
@@ -380,9 +391,10 @@ wire::Dictionary HelperCommands::erase(const QString &device, const Caller &call
                                 mounted));
 }
 
-wire::Dictionary HelperCommands::rename(const QString &device, const QString &label) const {
+wire::Dictionary HelperCommands::rename(const QString &device, const QString &label,
+                                        const Caller &caller) const {
     std::optional<MountEntry> mount;
-    if (const QString problem = singleMount(device, &mount); !problem.isEmpty())
+    if (const QString problem = singleMount(device, caller, &mount); !problem.isEmpty())
         return result(problem);
     if (const QString problem = requireNtfs(device); !problem.isEmpty())
         return result(problem);

@@ -60,16 +60,22 @@ public:
 private:
     wire::Dictionary open(const QString &mountPath, const Caller &caller) const;
     wire::Dictionary mountReadWrite(const QString &device, const Caller &caller) const;
-    wire::Dictionary eject(const QString &disk) const;
-    wire::Dictionary repair(const QString &device) const;
+    wire::Dictionary eject(const QString &disk, const Caller &caller) const;
+    wire::Dictionary repair(const QString &device, const Caller &caller) const;
     wire::Dictionary erase(const QString &device, const Caller &caller) const;
-    wire::Dictionary rename(const QString &device, const QString &label) const;
+    wire::Dictionary rename(const QString &device, const QString &label,
+                            const Caller &caller) const;
 
     // "" when the device holds NTFS, otherwise why the command does not apply.
     QString requireNtfs(const QString &device) const;
-    // The volume's single mount, if any; "" or the refusal when it is mounted more than once.
-    QString singleMount(const QString &device, std::optional<MountEntry> *mount) const;
+    // The volume's single mount, if any, with its owner; "" or the refusal when it is mounted
+    // more than once or for another user.
+    QString singleMount(const QString &device, const Caller &caller,
+                        std::optional<MountEntry> *mount) const;
     QString unmount(const MountEntry &mount) const;
+    // Refuses an ordinary user's change to a volume mounted for someone else; "" when allowed.
+    static QString ownerProblem(const QString &device, const MountEntry &mount,
+                                const Caller &caller);
     ToolResult mountForCaller(const QString &device, const QString &target,
                               const Caller &caller) const;
     // Mounts the volume again the way `mount` describes; "" or why not.

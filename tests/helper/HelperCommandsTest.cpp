@@ -277,24 +277,40 @@ TEST_F(HelperCommandsTest, MountReadWriteCases) {
         send(helper::kMountReadWrite, {{u"bsdName"_s, u"sdb1"_s}}).contains(u"not mounted"_s));
 }
 
-TEST_F(HelperCommandsTest, WritableMountsOfTheCallerOrOfOthersAreLeftAlone) {
+TEST_F(HelperCommandsTest, AWritableMountOfTheCallerIsLeftAsItIs) {
     ntfsVolume();
     const auto [mine, me] = ownedTarget(u"mine"_s, 1000);
     system.addMount(u"/dev/sdb1"_s, mine, u"fuseblk"_s, u"rw"_s, u"rw,user_id=0"_s);
     Caller caller = user();
     caller.uid = me;
     EXPECT_EQ(send(helper::kMountReadWrite, {{u"bsdName"_s, u"sdb1"_s}}, caller), u""_s);
-    EXPECT_FALSE(programs().contains(u"umount"_s));
+    EXPECT_TRUE(runner.calls.isEmpty());
+}
 
-    system.setMounts({});
+// Like udisks2's "unmount others" rule: an ordinary user cannot take over, change or eject a
+// volume mounted for someone else; an administrator can.
+TEST_F(HelperCommandsTest, VolumesMountedForAnotherUserAreTheirs) {
+    ntfsVolume();
     const auto [theirs, owner] = ownedTarget(u"theirs"_s, 1002);
-    system.addMount(u"/dev/sdb1"_s, theirs, u"fuseblk"_s, u"rw"_s, u"rw,user_id=0"_s);
-    caller.uid = owner + 1;
     if (owner == 0)
         GTEST_SKIP() << "needs a folder owned by a user other than root";
-    EXPECT_TRUE(send(helper::kMountReadWrite, {{u"bsdName"_s, u"sdb1"_s}}, caller)
-                    .contains(u"another user"_s));
-    EXPECT_FALSE(programs().contains(u"umount"_s));
+    Caller stranger = user();
+    stranger.uid = owner + 1;
+    for (const bool readOnly : {false, true}) {
+        for (const quint64 code : kDeviceCodes) {
+            SCOPED_TRACE(u"code %1, read-only %2"_s.arg(code).arg(readOnly).toStdString());
+            system.setMounts({});
+            system.addMount(u"/dev/sdb1"_s, theirs, u"fuseblk"_s, readOnly ? u"ro"_s : u"rw"_s,
+                            u"rw,user_id=0"_s);
+            runner.calls.clear();
+            const wire::Dictionary parameter{{u"bsdName"_s, u"sdb1"_s}, {u"newName"_s, u"N"_s}};
+            EXPECT_TRUE(send(code, parameter, stranger).contains(u"another user"_s));
+            EXPECT_TRUE(runner.calls.isEmpty());
+            Caller administrator = stranger;
+            administrator.administrator = true;
+            EXPECT_EQ(send(code, parameter, administrator), u""_s);
+        }
+    }
 }
 
 TEST_F(HelperCommandsTest, RepairUnmountsFixesAndMountsAgainAsItWas) {
