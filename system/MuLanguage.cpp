@@ -16,15 +16,18 @@ namespace {
 
 QMutex g_languageMutex;
 QString g_language;
-// Loaded once per language and kept: lookups on other threads may still be reading a table
-// that was just replaced.
-QHash<QString, const QTranslator *> g_tables;
+// Loaded once per language and kept, never destroyed: lookups on other threads may still be
+// reading a table that was just replaced.
+QHash<QString, const QTranslator *> &tables() {
+    static auto *const loaded = new QHash<QString, const QTranslator *>;
+    return *loaded;
+}
 
 const QTranslator *tableFor(const QString &language) {
     const QString path = TranslationFiles::tablePath(language);
     if (path.isEmpty())
         return nullptr;
-    if (const auto it = g_tables.constFind(language); it != g_tables.constEnd())
+    if (const auto it = tables().constFind(language); it != tables().constEnd())
         return *it;
     auto *table = new QTranslator;
     if (!table->load(path)) {
@@ -32,7 +35,7 @@ const QTranslator *tableFor(const QString &language) {
         delete table;
         table = nullptr;
     }
-    g_tables.insert(language, table);
+    tables().insert(language, table);
     return table;
 }
 
