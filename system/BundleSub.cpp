@@ -27,6 +27,16 @@ void BundleSub::installOnce() {
     m_installed = true;
 }
 
+QString BundleSub::localizedStringForKey(const QString &key, const QString &value,
+                                         const QString &table) const {
+    QString text;
+    if (table.isEmpty() || table == u"Localizable")
+        text = translate(nullptr, key.toUtf8().constData());
+    if (!text.isEmpty())
+        return text;
+    return value.isEmpty() ? key : value;
+}
+
 QString BundleSub::translate(const char *context, const char *sourceText,
                              const char *disambiguation, int n) const {
     if (const QTranslator *bundle = languageBundle()) {

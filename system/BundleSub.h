@@ -21,6 +21,12 @@ public:
     void setLanguageBundle(const QTranslator *bundle) { m_languageBundle = bundle; }
     const QTranslator *languageBundle() const { return m_languageBundle; }
 
+    // The text of key in the attached language (else the system's choice); a key the table lacks
+    // gives value, or the key itself when value is empty. Only the default table exists: table
+    // must be empty or "Localizable".
+    QString localizedStringForKey(const QString &key, const QString &value = {},
+                                  const QString &table = {}) const;
+
     QString translate(const char *context, const char *sourceText,
                       const char *disambiguation = nullptr, int n = -1) const override;
     bool isEmpty() const override { return false; }

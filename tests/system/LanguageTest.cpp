@@ -1,4 +1,5 @@
 #include "resources/TranslationFiles.h"
+#include "system/BundleSub.h"
 #include "system/MuLanguage.h"
 #include "system/UserDefaults.h"
 
@@ -129,6 +130,18 @@ TEST_F(LanguageSwitchTest, MissingKeyShowsTheKey) {
         MuLanguage::setLanguage(language);
         EXPECT_EQ(qtTrId("no_such_key_anywhere"), u"no_such_key_anywhere"_s);
     }
+}
+
+TEST_F(LanguageSwitchTest, LocalizedStringForKeyFallsBackToValueThenKey) {
+    MuLanguage::setLanguage(u"de"_s);
+    const BundleSub *bundle = BundleSub::mainBundle();
+    EXPECT_EQ(bundle->localizedStringForKey(u"disk_erase_ok"_s), u"Löschen"_s);
+    EXPECT_EQ(bundle->localizedStringForKey(u"disk_erase_ok"_s, u"fallback"_s, u"Localizable"_s),
+              u"Löschen"_s);
+    EXPECT_EQ(bundle->localizedStringForKey(u"nope_key"_s, u"fallback"_s), u"fallback"_s);
+    EXPECT_EQ(bundle->localizedStringForKey(u"nope_key"_s, u""_s), u"nope_key"_s);
+    EXPECT_EQ(bundle->localizedStringForKey(u"disk_erase_ok"_s, {}, u"Other"_s),
+              u"disk_erase_ok"_s);
 }
 
 TEST_F(LanguageSwitchTest, NullEmptyOrUnknownCodeReturnsToSystemChoice) {
