@@ -188,6 +188,8 @@ TEST_F(LanguageSwitchTest, LookupsFromOtherThreadsWhileSwitching) {
         valid.append(table.translate(nullptr, "disk_action_repair"));
     }
     valid.append(systemChoiceText("disk_action_repair"));
+    // Installed before the readers start, as at program start.
+    MuLanguage::setLanguage(u"en"_s);
 
     std::atomic_bool done{false};
     std::atomic_int bad{0};
