@@ -32,6 +32,17 @@ QString EventQueueFile::headPath() const {
 
 bool EventQueueFile::open() {
     QDir().mkpath(QFileInfo(m_path).absolutePath());
+    // A second instance of the program must neither send the first one's events again nor
+    // interleave its lines with them.
+    m_lock = std::make_unique<QLockFile>(m_path + u".lock"_s);
+    if (!m_lock->tryLock(0)) {
+        if (m_lock->error() == QLockFile::LockFailedError)
+            qCWarning(lcAnalytics) << m_path << "is in use by another instance; queueing in memory";
+        else
+            qCWarning(lcAnalytics) << "cannot lock" << m_path << "; queueing in memory";
+        m_lock.reset();
+        return false;
+    }
     loadHead();
     loadEntries();
     if (const int dropped = dropOverCapacity(); dropped > 0)
@@ -82,6 +93,12 @@ void EventQueueFile::loadEntries() {
     }
     if (skipped > 0)
         qCWarning(lcAnalytics) << "skipped" << skipped << "damaged lines in" << m_path;
+}
+
+void EventQueueFile::close() {
+    m_file.close();
+    m_writable = false;
+    m_lock.reset();
 }
 
 int EventQueueFile::append(const QList<QByteArray> &events) {
@@ -136,6 +153,8 @@ int EventQueueFile::dropOverCapacity() {
 }
 
 void EventQueueFile::writeHead() {
+    if (!m_lock)
+        return;
     QSaveFile file(headPath());
     if (!file.open(QIODevice::WriteOnly) || file.write(QByteArray::number(m_head) + '\n') < 0 ||
         !file.commit())
@@ -143,6 +162,8 @@ void EventQueueFile::writeHead() {
 }
 
 void EventQueueFile::compact() {
+    if (!m_lock)
+        return;
     m_file.close();
     QSaveFile file(m_path);
     bool written = file.open(QIODevice::WriteOnly);

@@ -3,9 +3,11 @@
 #include <QByteArray>
 #include <QFile>
 #include <QList>
+#include <QLockFile>
 #include <QString>
 
 #include <deque>
+#include <memory>
 
 // Events waiting for upload, kept in a file so that none is lost when the program ends or the
 // network is down. The file holds one "<sequence>\t<event JSON>" line per event, appended as
@@ -21,9 +23,11 @@ public:
 
     EventQueueFile(QString path, int capacity);
 
-    // Loads what an earlier run left behind. Returns false when the file cannot be written; the
-    // queue then still works, in memory only.
+    // Loads what an earlier run left behind. Returns false when the file cannot be written or
+    // another running instance holds it; the queue then still works, in memory only.
     bool open();
+    // Lets another instance take the file over; the queue keeps working in memory.
+    void close();
     // Appends the events and returns how many of the oldest were dropped to stay within capacity.
     int append(const QList<QByteArray> &events);
     // Up to count entries from the oldest.
@@ -48,6 +52,7 @@ private:
     int m_capacity;
     std::deque<Entry> m_entries;
     QFile m_file;
+    std::unique_ptr<QLockFile> m_lock;
     quint64 m_head = 0;
     quint64 m_nextSequence = 1;
     qsizetype m_deadLines = 0;

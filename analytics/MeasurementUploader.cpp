@@ -67,6 +67,7 @@ void MeasurementUploader::stop() {
         reply->disconnect(this);
         reply->abort();
     }
+    m_queue.close();
 }
 
 QUrl MeasurementUploader::collectUrl() const {

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -69,11 +71,13 @@ TEST_F(EventQueueFileTest, RemovingAnOlderSequenceAgainChangesNothing) {
 }
 
 TEST_F(EventQueueFileTest, BoundDropsOldestFirstAndSaysHowMany) {
-    EventQueueFile queue(path(), 10);
-    queue.open();
-    EXPECT_EQ(queue.append(events(0, 8)), 0);
-    EXPECT_EQ(queue.append(events(8, 30)), 20);
-    EXPECT_EQ(contents(queue), events(20, 30));
+    {
+        EventQueueFile queue(path(), 10);
+        queue.open();
+        EXPECT_EQ(queue.append(events(0, 8)), 0);
+        EXPECT_EQ(queue.append(events(8, 30)), 20);
+        EXPECT_EQ(contents(queue), events(20, 30));
+    }
 
     // A smaller bound on the next run trims what was left, oldest first.
     EventQueueFile smaller(path(), 4);
@@ -93,11 +97,13 @@ TEST_F(EventQueueFileTest, DamagedLinesAreSkippedGoodOnesKept) {
                "2\t{\"n\":2}\n" // out of order: already behind
                "5\t{\"n\":5");  // cut short by a crash
     file.close();
-    EventQueueFile queue(path(), 100);
-    queue.open();
-    EXPECT_EQ(contents(queue), (QList<QByteArray>{"{\"n\":1}", "{\"n\":4}"}));
-    // The next event does not glue onto the cut line.
-    queue.append(events(9, 10));
+    {
+        EventQueueFile queue(path(), 100);
+        queue.open();
+        EXPECT_EQ(contents(queue), (QList<QByteArray>{"{\"n\":1}", "{\"n\":4}"}));
+        // The next event does not glue onto the cut line.
+        queue.append(events(9, 10));
+    }
     EventQueueFile reopened(path(), 100);
     reopened.open();
     EXPECT_EQ(contents(reopened), (QList<QByteArray>{"{\"n\":1}", "{\"n\":4}", "{\"n\":9}"}));
@@ -119,16 +125,37 @@ TEST_F(EventQueueFileTest, UnreadableMarkKeepsEverything) {
 }
 
 TEST_F(EventQueueFileTest, DeadLinesAreCompactedAway) {
-    EventQueueFile queue(path(), 10000);
-    queue.open();
-    queue.append(events(0, 5000));
-    while (queue.size() > 100)
-        queue.removeThrough(queue.front(25).last().sequence);
-    EXPECT_LT(lineCount(path()), 2500);
+    {
+        EventQueueFile queue(path(), 10000);
+        queue.open();
+        queue.append(events(0, 5000));
+        while (queue.size() > 100)
+            queue.removeThrough(queue.front(25).last().sequence);
+        EXPECT_LT(lineCount(path()), 2500);
+    }
     EventQueueFile reopened(path(), 10000);
     reopened.open();
     EXPECT_EQ(contents(reopened), events(4900, 5000));
     EXPECT_EQ(lineCount(path()), 100);
+}
+
+TEST_F(EventQueueFileTest, SecondInstanceNeitherLoadsNorWritesTheFile) {
+    auto first = std::make_unique<EventQueueFile>(path(), 100);
+    ASSERT_TRUE(first->open());
+    first->append(events(0, 5));
+    {
+        EventQueueFile second(path(), 100);
+        EXPECT_FALSE(second.open());
+        EXPECT_TRUE(second.isEmpty());
+        second.append(events(100, 103));
+        second.removeThrough(second.front(3).last().sequence);
+    }
+    first->removeThrough(first->front(2).last().sequence);
+    first->append(events(5, 6));
+    first.reset();
+    EventQueueFile next(path(), 100);
+    ASSERT_TRUE(next.open());
+    EXPECT_EQ(contents(next), events(2, 6));
 }
 
 TEST_F(EventQueueFileTest, UnwritablePlaceStillQueuesInMemory) {

@@ -234,15 +234,17 @@ TEST_F(UploaderTest, TrackerPersistsPendingEventsWhenStopped) {
             tracker.track(u"LifeCycle"_s,
                           GoogleAnalytics::eventParameters(u"soft_launch"_s, u"e%1"_s.arg(i)));
     }
-    EventQueueFile queue(config().queueFilePath, 100);
-    queue.open();
-    EXPECT_EQ(queue.size(), 40);
+    {
+        EventQueueFile queue(config().queueFilePath, 100);
+        ASSERT_TRUE(queue.open());
+        EXPECT_EQ(queue.size(), 40);
+    }
     // Later events are ignored once stopped, never half-queued.
     EventTracker stopped(config());
     stopped.stop();
     stopped.track(u"LifeCycle"_s, GoogleAnalytics::eventParameters({}, {}));
     EventQueueFile after(config().queueFilePath, 100);
-    after.open();
+    ASSERT_TRUE(after.open());
     EXPECT_EQ(after.size(), 40);
 }
 
