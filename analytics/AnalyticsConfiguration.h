@@ -20,7 +20,7 @@ struct AnalyticsConfiguration {
     int maxQueuedEvents = 10000;
     std::chrono::milliseconds requestTimeout{std::chrono::seconds(30)};
     std::chrono::milliseconds initialRetryDelay{std::chrono::seconds(2)};
-    std::chrono::milliseconds maxRetryDelay{std::chrono::minutes(30)};
+    std::chrono::milliseconds maxRetryDelay{std::chrono::minutes(10)};
 
     bool canUpload() const { return !measurementId.isEmpty() && !apiSecret.isEmpty(); }
 

@@ -12,9 +12,26 @@ BundleSub::BundleSub() {
     (void)load(TranslationFiles::tablePath(system));
 }
 
+namespace {
+
+std::atomic<BundleSub *> g_created{nullptr};
+
+// A language chosen before the application object existed still takes effect once it does.
+void installIfCreated() {
+    if (g_created.load())
+        (void)BundleSub::mainBundle();
+}
+Q_COREAPP_STARTUP_FUNCTION(installIfCreated)
+
+} // namespace
+
 BundleSub *BundleSub::mainBundle() {
     // Never destroyed: lookups may come from any thread until the very end of the process.
-    static BundleSub *const bundle = new BundleSub;
+    static BundleSub *const bundle = [] {
+        auto *created = new BundleSub;
+        g_created = created;
+        return created;
+    }();
     bundle->installOnce();
     return bundle;
 }
