@@ -14,24 +14,18 @@ BundleSub::BundleSub() {
 
 namespace {
 
-std::atomic<BundleSub *> g_created{nullptr};
-
-// A language chosen before the application object existed still takes effect once it does.
-void installIfCreated() {
-    if (g_created.load())
-        (void)BundleSub::mainBundle();
+// Lookups answer in the system's choice from the start, and a language chosen before the
+// application object existed takes effect as soon as it does.
+void installAtStartup() {
+    (void)BundleSub::mainBundle();
 }
-Q_COREAPP_STARTUP_FUNCTION(installIfCreated)
+Q_COREAPP_STARTUP_FUNCTION(installAtStartup)
 
 } // namespace
 
 BundleSub *BundleSub::mainBundle() {
     // Never destroyed: lookups may come from any thread until the very end of the process.
-    static BundleSub *const bundle = [] {
-        auto *created = new BundleSub;
-        g_created = created;
-        return created;
-    }();
+    static BundleSub *const bundle = new BundleSub;
     bundle->installOnce();
     return bundle;
 }

@@ -4,6 +4,7 @@
 #include "system/UserDefaults.h"
 
 #include <QCoreApplication>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTranslator>
 
@@ -178,6 +179,37 @@ TEST_F(LanguageSwitchTest, GlobalDomainAndSystemLanguagesAreFallbacks) {
     MuLanguage::applyPreferredLanguage();
     EXPECT_EQ(MuLanguage::language(),
               MuLanguage::languageForPreferredLanguages(MuLanguage::systemPreferredLanguages()));
+}
+
+struct ProbeCase {
+    const char *language; // nullptr: none chosen
+    const char *locale;
+    QString expected;
+};
+
+// A fresh process: a language set before the application object exists still applies, and
+// without one the system locale decides, Simplified Chinese included.
+TEST(LanguageFreshProcess, ChosenLanguageOrSystemLocale) {
+    const ProbeCase cases[] = {
+        {"de", "C.UTF-8", u"Auswerfen"_s},      {"ja", "fr_FR.UTF-8", u"取り出す"_s},
+        {nullptr, "fr_FR.UTF-8", u"Éjecter"_s}, {nullptr, "zh_CN.UTF-8", u"推出"_s},
+        {nullptr, "zh_TW.UTF-8", u"Eject"_s},   {nullptr, "C.UTF-8", u"Eject"_s},
+    };
+    for (const ProbeCase &c : cases) {
+        QProcess probe;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.remove(u"LANGUAGE"_s);
+        environment.insert(u"LC_ALL"_s, QString::fromUtf8(c.locale));
+        environment.insert(u"LANG"_s, QString::fromUtf8(c.locale));
+        probe.setProcessEnvironment(environment);
+        QStringList arguments;
+        if (c.language)
+            arguments.append(QString::fromUtf8(c.language));
+        probe.start(QStringLiteral(VANTRELO_LANGUAGE_PROBE), arguments);
+        ASSERT_TRUE(probe.waitForFinished(30000));
+        EXPECT_EQ(QString::fromUtf8(probe.readAllStandardOutput()), c.expected)
+            << (c.language ? c.language : "none") << " " << c.locale;
+    }
 }
 
 TEST_F(LanguageSwitchTest, LookupsFromOtherThreadsWhileSwitching) {
