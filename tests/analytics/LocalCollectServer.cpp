@@ -101,6 +101,11 @@ void LocalCollectServer::readFrom(QTcpSocket *socket) {
         case Answer::BadRequest:
             socket->write("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n");
             break;
+        case Answer::CloseAfterBody:
+            // The whole batch arrived, but no answer ever leaves.
+            m_buffers.remove(socket);
+            socket->abort();
+            return;
         case Answer::Hang:
         case Answer::CloseMidBody:
             break;

@@ -19,7 +19,7 @@ class LocalCollectServer : public QObject {
     Q_OBJECT
 
 public:
-    enum class Answer { Accept, Refuse, BadRequest, Hang, CloseMidBody };
+    enum class Answer { Accept, Refuse, BadRequest, Hang, CloseMidBody, CloseAfterBody };
 
     struct Request {
         QByteArray method;

@@ -145,6 +145,8 @@ INSTANTIATE_TEST_SUITE_P(
         FailureCase{"timing out", [](int n) { return n < 2 ? Answer::Hang : Answer::Accept; }},
         FailureCase{"going away mid-batch",
                     [](int n) { return n % 2 == 0 ? Answer::CloseMidBody : Answer::Accept; }},
+        FailureCase{"going away before answering",
+                    [](int n) { return n < 3 ? Answer::CloseAfterBody : Answer::Accept; }},
         FailureCase{"mixed", [](int n) {
                         static const Answer pattern[] = {Answer::Accept, Answer::Refuse,
                                                          Answer::Hang, Answer::CloseMidBody,
