@@ -139,19 +139,14 @@ bool UDisksClient::call(const QString &objectPath, const QString &interface, con
 }
 
 bool UDisksClient::mountWhole(const QString &bsdName) {
-    const QList<BlockObject> disk = sameDisk(blockObjects(), blockObjectPath(bsdName));
-    if (disk.isEmpty()) {
-        m_lastError = u"no such device: %1"_s.arg(bsdName);
-        return false;
-    }
-    bool ok = true;
-    for (const BlockObject &block : disk)
-        if (block.hasFilesystem && block.mountPoints.isEmpty())
-            ok = call(block.path, kFilesystem, u"Mount"_s, {QVariantMap()}) && ok;
-    return ok;
+    return callOnFilesystems(bsdName, false, u"Mount"_s);
 }
 
 bool UDisksClient::unmountWhole(const QString &bsdName) {
+    return callOnFilesystems(bsdName, true, u"Unmount"_s);
+}
+
+bool UDisksClient::callOnFilesystems(const QString &bsdName, bool mounted, const QString &method) {
     const QList<BlockObject> disk = sameDisk(blockObjects(), blockObjectPath(bsdName));
     if (disk.isEmpty()) {
         m_lastError = u"no such device: %1"_s.arg(bsdName);
@@ -159,8 +154,8 @@ bool UDisksClient::unmountWhole(const QString &bsdName) {
     }
     bool ok = true;
     for (const BlockObject &block : disk)
-        if (block.hasFilesystem && !block.mountPoints.isEmpty())
-            ok = call(block.path, kFilesystem, u"Unmount"_s, {QVariantMap()}) && ok;
+        if (block.hasFilesystem && block.mountPoints.isEmpty() != mounted)
+            ok = call(block.path, kFilesystem, method, {QVariantMap()}) && ok;
     return ok;
 }
 

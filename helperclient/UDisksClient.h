@@ -31,6 +31,8 @@ private:
     QList<BlockObject> sameDisk(const QList<BlockObject> &all, const QString &objectPath) const;
     bool call(const QString &objectPath, const QString &interface, const QString &method,
               const QVariantList &arguments);
+    // Calls `method` on every file system of the disk that is (or is not) mounted.
+    bool callOnFilesystems(const QString &bsdName, bool mounted, const QString &method);
 
     QDBusConnection m_bus;
     QString m_lastError;

@@ -1,5 +1,6 @@
 #include "disk/NTDiskManager.h"
 
+#include "tests/disk/DriveLookup.h"
 #include "tests/disk/FakeDiskSystem.h"
 #include "tests/support/QtPrinters.h"
 
@@ -11,13 +12,6 @@ using ::testing::ElementsAre;
 using ::testing::Pair;
 
 namespace {
-
-NTDiskDrivePtr findByPath(const NTDiskDriveList &drives, const QString &path) {
-    for (const auto &drive : drives)
-        if (drive->mountPath() == path)
-            return drive;
-    return nullptr;
-}
 
 std::vector<std::pair<std::string, std::string>> devicesAndPaths(const NTDiskDriveList &drives) {
     std::vector<std::pair<std::string, std::string>> result;
@@ -76,7 +70,7 @@ class VolumeRecord : public DiskListing, public ::testing::WithParamInterface<Ex
 
 TEST_P(VolumeRecord, IsFilledFromTheDeviceAndTheFileSystem) {
     const ExpectedVolume expected = GetParam();
-    const auto drive = findByPath(manager.getAllDiskDrive(), QString::fromUtf8(expected.mountPath));
+    const auto drive = driveAt(manager.getAllDiskDrive(), QString::fromUtf8(expected.mountPath));
     ASSERT_TRUE(drive);
     EXPECT_EQ(drive->name(), QString::fromUtf8(expected.name));
     EXPECT_EQ(drive->formatDescription(), QString::fromUtf8(expected.format));
@@ -108,7 +102,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(DiskListing, UnreadableValuesCountAsZeroAndNo) {
     fake.space->unreadable.insert(u"/media/anna/Backup"_s);
     fake.probe->set(u"/dev/sdb2"_s, {});
-    const auto drive = findByPath(manager.getAllDiskDrive(), u"/media/anna/Backup"_s);
+    const auto drive = driveAt(manager.getAllDiskDrive(), u"/media/anna/Backup"_s);
     ASSERT_TRUE(drive);
     EXPECT_EQ(drive->totalSize(), 0);
     EXPECT_EQ(drive->freeSize(), 0);

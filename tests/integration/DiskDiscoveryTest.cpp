@@ -1,4 +1,5 @@
 #include "disk/NTDiskManager.h"
+#include "tests/disk/DriveLookup.h"
 #include "tests/support/LoopImage.h"
 #include "tests/support/QtPrinters.h"
 #include "tests/support/SystemCommand.h"
@@ -19,13 +20,6 @@ using namespace Qt::StringLiterals;
 using testsupport::LoopImage;
 
 namespace {
-
-NTDiskDrivePtr findByPath(const NTDiskDriveList &drives, const QString &path) {
-    for (const auto &drive : drives)
-        if (drive->mountPath() == path)
-            return drive;
-    return nullptr;
-}
 
 // Runs the event loop until the condition holds; false when it never does.
 bool waitFor(const std::function<bool()> &condition) {
@@ -82,7 +76,7 @@ TEST_F(RealDisks, ReadOnlyNtfsOnALoopDeviceIsAnExternalWindowsNtfsVolume) {
     const QString path = image->mount(image->device(), u"ntfs"_s, true, &why, u"My Disk"_s);
     ASSERT_FALSE(path.isEmpty()) << why.toStdString();
 
-    const auto drive = findByPath(manager.getAllDiskDrive(), path);
+    const auto drive = driveAt(manager.getAllDiskDrive(), path);
     ASSERT_TRUE(drive);
     EXPECT_EQ(drive->bsdName(), LoopImage::kernelName(image->device()));
     EXPECT_EQ(drive->formatDescription(), u"Windows NTFS"_s);
@@ -111,13 +105,13 @@ TEST_F(RealDisks, Ext4AndBtrfsReadWriteWithoutLabelsAreNamedAfterTheirFolders) {
     ASSERT_FALSE(btrfsPath.isEmpty()) << why.toStdString();
 
     const auto drives = manager.getAllDiskDrive();
-    const auto ext4Drive = findByPath(drives, ext4Path);
+    const auto ext4Drive = driveAt(drives, ext4Path);
     ASSERT_TRUE(ext4Drive);
     EXPECT_EQ(ext4Drive->name(), u"Line\nbreak and space"_s);
     EXPECT_EQ(ext4Drive->formatDescription(), u"ext4"_s);
     EXPECT_TRUE(ext4Drive->isWritable());
     EXPECT_TRUE(NTDiskManager::checkWrite(ext4Path));
-    const auto btrfsDrive = findByPath(drives, btrfsPath);
+    const auto btrfsDrive = driveAt(drives, btrfsPath);
     ASSERT_TRUE(btrfsDrive);
     EXPECT_EQ(btrfsDrive->bsdName(), LoopImage::kernelName(btrfs->device()));
     EXPECT_EQ(btrfsDrive->formatDescription(), u"Btrfs"_s);
@@ -136,8 +130,8 @@ TEST_F(RealDisks, TwoPartitionsOfOneDiskAreTwoVolumesWithTheirOwnDevices) {
     ASSERT_FALSE(first.isEmpty() || second.isEmpty()) << why.toStdString();
 
     const auto drives = manager.getAllDiskDrive();
-    const auto firstDrive = findByPath(drives, first);
-    const auto secondDrive = findByPath(drives, second);
+    const auto firstDrive = driveAt(drives, first);
+    const auto secondDrive = driveAt(drives, second);
     ASSERT_TRUE(firstDrive && secondDrive);
     EXPECT_EQ(firstDrive->bsdName(), LoopImage::kernelName(disk->partition(1)));
     EXPECT_EQ(secondDrive->bsdName(), LoopImage::kernelName(disk->partition(2)));
