@@ -304,7 +304,8 @@ TEST_F(HelperCommandsTest, VolumesMountedForAnotherUserAreTheirs) {
                             u"rw,user_id=0"_s);
             runner.calls.clear();
             const wire::Dictionary parameter{{u"bsdName"_s, u"sdb1"_s}, {u"newName"_s, u"N"_s}};
-            EXPECT_TRUE(send(code, parameter, stranger).contains(u"another user"_s));
+            const QString refusal = send(code, parameter, stranger);
+            EXPECT_TRUE(refusal.contains(u"another user"_s)) << refusal.toStdString();
             EXPECT_TRUE(runner.calls.isEmpty());
             Caller administrator = stranger;
             administrator.administrator = true;
