@@ -5,8 +5,8 @@
 #include "helperclient/HelperCommand.h"
 #include "util/InstallPaths.h"
 
+#include <QCborMap>
 #include <QThread>
-#include <QtEndian>
 
 #include <gtest/gtest.h>
 
@@ -18,24 +18,35 @@ using Response = StandInHelper::Response;
 
 namespace {
 
-// Collects what reply handlers see, from whichever thread they run on.
-struct Replies {
+// Collects what a command's handlers see, from whichever thread they run on.
+struct Probe {
     QMutex mutex;
-    QList<wire::Dictionary> dictionaries;
+    QList<wire::Dictionary> replies;
     QList<QThread *> threads;
+    std::atomic<int> errors = 0;
 
     CommandDelegate::ReplyHandler handler() {
         return [this](const wire::Dictionary &reply) {
             QMutexLocker lock(&mutex);
-            dictionaries.append(reply);
+            replies.append(reply);
             threads.append(QThread::currentThread());
         };
     }
-    qsizetype size() {
+    void send(NTCommandHelper &helper, quint64 code, const wire::Dictionary &parameter = {}) {
+        helper.sendCommand(code, parameter, handler(), [this](const QString &) { ++errors; });
+    }
+    qsizetype count() {
         QMutexLocker lock(&mutex);
-        return dictionaries.size();
+        return replies.size();
     }
 };
+
+// A code 7 round trip: the channel still answers.
+bool roundTrip(NTCommandHelper &helper) {
+    auto answered = std::make_shared<std::atomic<bool>>(false);
+    helper.sendCommand(7, {}, [answered](const wire::Dictionary &) { *answered = true; });
+    return waitUntil([&] { return answered->load(); });
+}
 
 class CommandChannel : public testing::Test {
 protected:
@@ -45,80 +56,67 @@ protected:
     }
     void TearDown() override { InstallPaths::clearOverrides(); }
 
+    // Answers code 7 as usual and `other` for everything else.
+    void answerOthersWith(const Response &other) {
+        m_server.setHandler([other](const wire::Request &request) {
+            return request.code == 7 ? StandInHelper::defaultResponse(request) : other;
+        });
+    }
+    qsizetype errorsLogged() const { return m_log.count(u"sendCommand error:"_s); }
+
     StandInHelper m_server;
     helpertest::LogCapture m_log{"vantrelo.helperclient"};
 };
 
-TEST_F(CommandChannel, EachCodeSendsItsParameterKeys) {
-    NTCommandHelper helper;
-    Replies replies;
+TEST_F(CommandChannel, EachCodeSendsItsParameterAndRepliesRunOnTheChannelThread) {
     using namespace helpercommand;
-    const QList<std::pair<quint64, wire::Dictionary>> commands = {
-        {kOpen, openParameter(u"/media/u/DATA"_s)},
-        {kMountReadWrite, mountParameter(u"DATA"_s, u"sdb1"_s)},
-        {kEject, ejectParameter(u"DATA"_s, u"sdb1"_s)},
-        {kRepair, repairParameter(u"sdb1"_s)},
-        {kErase, eraseParameter(u"sdb1"_s)},
-        {kHelperVersion, helperVersionParameter()},
-        {kRename, renameParameter(u"New Name"_s, u"sdb1"_s)},
+    const QString sdb1 = u"sdb1"_s;
+    const QList<std::tuple<quint64, wire::Dictionary, wire::Dictionary>> commands = {
+        {0, openParameter(u"/media/u/D"_s), {{u"mountPath"_s, u"/media/u/D"_s}}},
+        {1, mountParameter(u"D"_s, sdb1), {{u"bsdName"_s, sdb1}, {u"name"_s, u"D"_s}}},
+        {2, ejectParameter(u"D"_s, sdb1), {{u"bsdName"_s, sdb1}, {u"name"_s, u"D"_s}}},
+        {3, repairParameter(sdb1), {{u"bsdName"_s, sdb1}}},
+        {4, eraseParameter(sdb1), {{u"bsdName"_s, sdb1}}},
+        {7, helperVersionParameter(), {}},
+        {8,
+         renameParameter(u"New Name"_s, sdb1),
+         {{u"bsdName"_s, sdb1}, {u"newName"_s, u"New Name"_s}}},
     };
-    for (const auto &[code, parameter] : commands)
-        helper.sendCommand(code, parameter, replies.handler());
-    ASSERT_TRUE(waitUntil([&] { return replies.size() == commands.size(); }));
+    NTCommandHelper helper;
+    CommandDelegate &delegate = helper;
+    Probe probe;
+    for (const auto &[code, parameter, expected] : commands)
+        delegate.sendCommand(code, parameter, probe.handler());
+    ASSERT_TRUE(waitUntil([&] { return probe.count() == commands.size(); }));
 
     const QList<wire::Request> received = m_server.requests();
     ASSERT_EQ(received.size(), commands.size());
-    const QList<quint64> codes = {0, 1, 2, 3, 4, 7, 8};
-    const QList<QStringList> keys = {{u"mountPath"_s},
-                                     {u"bsdName"_s, u"name"_s},
-                                     {u"bsdName"_s, u"name"_s},
-                                     {u"bsdName"_s},
-                                     {u"bsdName"_s},
-                                     {},
-                                     {u"bsdName"_s, u"newName"_s}};
     for (qsizetype i = 0; i < received.size(); ++i) {
-        EXPECT_EQ(received[i].code, codes[i]);
-        EXPECT_EQ(received[i].parameter.keys(), keys[i]) << "code " << codes[i];
+        EXPECT_EQ(received[i].code, std::get<0>(commands[i]));
+        EXPECT_EQ(received[i].parameter, std::get<2>(commands[i])) << "code " << received[i].code;
+        EXPECT_EQ(probe.threads[i], helper.channelThread());
     }
-    EXPECT_EQ(received[6].parameter.value(u"newName"_s), u"New Name"_s);
-
-    // Byte for byte: code 7 carries an empty map, and repair a one-entry map.
-    const QList<QByteArray> frames = m_server.receivedFrames();
-    ASSERT_EQ(frames.size(), 7);
-    EXPECT_EQ(frames[5].toHex(), QByteArray("00000016a3626964066463"
-                                            "6f64650769706172616d65746572a0"));
-    EXPECT_EQ(frames[3].toHex(), QByteArray("00000023a3626964046463"
-                                            "6f64650369706172616d65746572"
-                                            "a16762736"
-                                            "44e616d65"
-                                            "6473646231"));
-    EXPECT_EQ(replies.dictionaries[5].value(u"result"_s), u"1.0.1"_s);
+    EXPECT_NE(helper.channelThread(), QThread::currentThread());
+    EXPECT_EQ(probe.replies[5].value(u"result"_s), u"1.0.1"_s);
+    // Byte for byte: code 7 carries an empty map, not none, and repair a one-entry map.
+    const QList<QByteArray> bodies = m_server.receivedBodies();
+    EXPECT_EQ(bodies[5].toHex(), "a36269640664636f64650769706172616d65746572a0");
+    EXPECT_EQ(bodies[3].toHex(),
+              "a36269640464636f64650369706172616d65746572a1676273644e616d656473646231");
     EXPECT_EQ(m_server.connectionCount(), 1);
 }
 
-TEST_F(CommandChannel, RepliesRunOnTheChannelThread) {
-    NTCommandHelper helper;
-    Replies replies;
-    helper.sendCommand(7, {}, replies.handler());
-    ASSERT_TRUE(waitUntil([&] { return replies.size() == 1; }));
-    EXPECT_NE(replies.threads[0], QThread::currentThread());
-    EXPECT_EQ(replies.threads[0], helper.channelThread());
-}
-
 TEST_F(CommandChannel, OutOfOrderRepliesReachTheirOwnCommand) {
-    m_server.setHandler([](const wire::Request &) {
-        return Response{Response::Kind::Hold, {}, {}};
-    });
+    m_server.setHandler([](const wire::Request &) { return Response::hold(); });
     NTCommandHelper helper;
     QMutex mutex;
     QList<std::pair<QString, QString>> seen; // sent path, answered path
-    for (const QString &path : {u"/a"_s, u"/b"_s, u"/c"_s}) {
+    for (const QString &path : {u"/a"_s, u"/b"_s, u"/c"_s})
         helper.sendCommand(0, helpercommand::openParameter(path),
                            [&, path](const wire::Dictionary &reply) {
                                QMutexLocker lock(&mutex);
                                seen.append({path, reply.value(u"result"_s)});
                            });
-    }
     ASSERT_TRUE(waitUntil([&] { return m_server.heldCount() == 3; }));
     m_server.releaseHeld(true, [](const wire::Request &request) {
         return wire::Dictionary{{u"result"_s, request.parameter.value(u"mountPath"_s)}};
@@ -133,108 +131,77 @@ TEST_F(CommandChannel, OutOfOrderRepliesReachTheirOwnCommand) {
 }
 
 TEST_F(CommandChannel, ClosedConnectionDropsEveryPendingCommandAndTheNextOneReconnects) {
-    std::atomic<int> calls = 0;
-    m_server.setHandler([&](const wire::Request &request) {
-        // Two commands wait; the third makes the helper go away.
-        return Response{request.code == 3 ? Response::Kind::Close : Response::Kind::Hold, {}, {}};
+    // Two commands wait; the third makes the helper go away.
+    m_server.setHandler([](const wire::Request &request) {
+        return request.code == 3 ? Response::close() : Response::hold();
     });
     NTCommandHelper helper;
-    std::atomic<int> errors = 0;
+    Probe dropped;
     for (quint64 code : {0, 1, 3})
-        helper.sendCommand(
-            code, {}, [&](const wire::Dictionary &) { ++calls; },
-            [&](const QString &) { ++errors; });
-    ASSERT_TRUE(waitUntil([&] { return errors == 3; }));
-    EXPECT_EQ(m_log.count(u"sendCommand error:"_s), 3);
+        dropped.send(helper, code);
+    ASSERT_TRUE(waitUntil([&] { return dropped.errors == 3; }));
+    EXPECT_EQ(errorsLogged(), 3);
 
     m_server.setHandler({});
-    Replies replies;
-    helper.sendCommand(7, {}, replies.handler());
-    ASSERT_TRUE(waitUntil([&] { return replies.size() == 1; }));
+    ASSERT_TRUE(roundTrip(helper));
     EXPECT_EQ(m_server.connectionCount(), 2);
     // The held replies are gone with their connection: nothing may call the dropped handlers.
     m_server.releaseHeld(false, [](const wire::Request &) { return wire::Dictionary(); });
-    helper.sendCommand(7, {}, replies.handler());
-    ASSERT_TRUE(waitUntil([&] { return replies.size() == 2; }));
-    EXPECT_EQ(calls, 0);
-    EXPECT_EQ(m_log.count(u"sendCommand error:"_s), 3);
+    ASSERT_TRUE(roundTrip(helper));
+    EXPECT_EQ(dropped.count(), 0);
+    EXPECT_EQ(errorsLogged(), 3);
 }
 
-struct BadReply {
-    const char *name;
-    QByteArray raw;
-};
-
 class CommandChannelBadReply : public CommandChannel,
-                               public testing::WithParamInterface<BadReply> {};
+                               public testing::WithParamInterface<QByteArray> {};
 
 TEST_P(CommandChannelBadReply, IsATransportError) {
-    const QByteArray raw = GetParam().raw;
-    m_server.setHandler([raw](const wire::Request &request) {
-        if (request.code == 7)
-            return StandInHelper::defaultResponse(request);
-        return Response{Response::Kind::Raw, {}, raw};
-    });
+    answerOthersWith(Response::raw(GetParam()));
     NTCommandHelper helper;
-    std::atomic<int> calls = 0;
-    std::atomic<int> errors = 0;
-    helper.sendCommand(
-        1, {}, [&](const wire::Dictionary &) { ++calls; }, [&](const QString &) { ++errors; });
-    ASSERT_TRUE(waitUntil([&] { return errors == 1; }));
-    EXPECT_EQ(m_log.count(u"sendCommand error:"_s), 1);
-
-    Replies replies;
-    helper.sendCommand(7, {}, replies.handler());
-    ASSERT_TRUE(waitUntil([&] { return replies.size() == 1; }));
-    EXPECT_EQ(calls, 0);
+    Probe probe;
+    probe.send(helper, 1);
+    ASSERT_TRUE(waitUntil([&] { return probe.errors == 1; }));
+    EXPECT_EQ(errorsLogged(), 1);
+    ASSERT_TRUE(roundTrip(helper));
+    EXPECT_EQ(probe.count(), 0);
     EXPECT_EQ(m_server.connectionCount(), 2);
 }
 
 QByteArray framed(const QByteArray &body) {
-    QByteArray frame(4, '\0');
-    qToBigEndian(quint32(body.size()), frame.data());
-    return frame + body;
-}
-
-QByteArray oversizeReply() {
-    // A well-formed reply one byte over the limit.
-    const QString padding(wire::kMaxMessageSize, u'x');
-    QByteArray body = QByteArray::fromHex("a2626964016572"
-                                          "65706c79a166726573756c74");
-    body += QByteArray::fromHex("7a") + QByteArray(4, '\0') + padding.toUtf8();
-    qToBigEndian(quint32(padding.size()), body.data() + body.size() - padding.size() - 4);
-    return framed(body);
+    return QByteArray::fromHex(QByteArray::number(body.size(), 16).rightJustified(8, '0')) + body;
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Replies, CommandChannelBadReply,
     testing::Values(
-        BadReply{"Oversize", oversizeReply()},
-        BadReply{"OversizePrefixOnly", QByteArray::fromHex("00010001")},
-        BadReply{"NotAMap", framed(QByteArray::fromHex("8101"))},
-        BadReply{"RequestShape", framed(QByteArray::fromHex("a3626964016463"
-                                                            "6f64650169706172616d65746572a0"))},
-        BadReply{"NumberResult", framed(QByteArray::fromHex("a2626964016572"
-                                                            "65706c79a166726573756c7401"))},
-        BadReply{"Garbage", framed("not cbor at all")}),
-    [](const testing::TestParamInfo<BadReply> &param) { return std::string(param.param.name); });
+        // Well formed, one entry too big to fit the limit.
+        framed(QCborMap{{u"id"_s, 1},
+                        {u"reply"_s, QCborMap{{u"result"_s, QString(wire::kMaxMessageSize, u'x')}}}}
+                   .toCborValue()
+                   .toCbor()),
+        QByteArray::fromHex("00010001"), framed(QByteArray::fromHex("8101")),
+        framed(QByteArray::fromHex("a36269640164636f64650169706172616d65746572a0")),
+        framed(QByteArray::fromHex("a262696401657265706c79a166726573756c7401")),
+        framed("not cbor at all")));
 
-TEST_F(CommandChannel, UnansweredCommandBlocksNothing) {
-    m_server.setHandler([](const wire::Request &request) {
-        if (request.code == 7)
-            return StandInHelper::defaultResponse(request);
-        return Response{Response::Kind::Hold, {}, {}};
-    });
+TEST_F(CommandChannel, SetupKeepsTheOldConnectionsRepliesAndAnUnansweredCommandBlocksNothing) {
+    answerOthersWith(Response::hold());
     NTCommandHelper helper;
-    std::atomic<int> calls = 0;
-    helper.sendCommand(1, helpercommand::mountParameter(u"A"_s, u"sdb1"_s),
-                       [&](const wire::Dictionary &) { ++calls; });
-    Replies replies;
-    helper.sendCommand(7, {}, replies.handler());
-    ASSERT_TRUE(waitUntil([&] { return replies.size() == 1; }));
-    EXPECT_EQ(calls, 0);
+    Probe held;
+    held.send(helper, 3);
+    ASSERT_TRUE(roundTrip(helper));
     EXPECT_EQ(m_server.heldCount(), 1);
-    EXPECT_EQ(m_log.count(u"sendCommand error:"_s), 0);
+    EXPECT_EQ(errorsLogged(), 0);
+
+    helper.setup();
+    ASSERT_TRUE(roundTrip(helper));
+    EXPECT_EQ(m_server.connectionCount(), 2);
+    m_server.releaseHeld(false, [](const wire::Request &) {
+        return wire::Dictionary{{u"result"_s, u"late"_s}};
+    });
+    ASSERT_TRUE(waitUntil([&] { return held.count() == 1; }));
+    EXPECT_EQ(held.replies[0].value(u"result"_s), u"late"_s);
+    EXPECT_EQ(held.errors, 0);
 }
 
 TEST_F(CommandChannel, MissingHelperIsAnErrorAndAStartedHelperIsFoundLater) {
@@ -242,86 +209,51 @@ TEST_F(CommandChannel, MissingHelperIsAnErrorAndAStartedHelperIsFoundLater) {
     const QString path = dir.filePath(u"later.sock"_s);
     InstallPaths::setOverride(InstallPaths::Component::HelperSocket, path);
     NTCommandHelper helper;
-    std::atomic<int> calls = 0;
-    std::atomic<int> errors = 0;
-    helper.sendCommand(
-        7, {}, [&](const wire::Dictionary &) { ++calls; }, [&](const QString &) { ++errors; });
-    ASSERT_TRUE(waitUntil([&] { return errors == 1; }));
-    EXPECT_EQ(m_log.count(u"sendCommand error:"_s), 1);
+    Probe probe;
+    probe.send(helper, 7);
+    ASSERT_TRUE(waitUntil([&] { return probe.errors == 1; }));
+    EXPECT_EQ(errorsLogged(), 1);
 
     StandInHelper late;
     ASSERT_TRUE(late.listen(path));
-    Replies replies;
-    helper.sendCommand(7, {}, replies.handler());
-    ASSERT_TRUE(waitUntil([&] { return replies.size() == 1; }));
-    EXPECT_EQ(calls, 0);
+    ASSERT_TRUE(roundTrip(helper));
+    EXPECT_EQ(probe.count(), 0);
     EXPECT_EQ(late.connectionCount(), 1);
-}
-
-TEST_F(CommandChannel, SetupKeepsRepliesOfTheOldConnectionComing) {
-    m_server.setHandler([](const wire::Request &request) {
-        if (request.code == 7)
-            return StandInHelper::defaultResponse(request);
-        return Response{Response::Kind::Hold, {}, {}};
-    });
-    NTCommandHelper helper;
-    Replies held;
-    helper.sendCommand(3, {}, held.handler());
-    ASSERT_TRUE(waitUntil([&] { return m_server.heldCount() == 1; }));
-    helper.setup();
-    Replies fresh;
-    helper.sendCommand(7, {}, fresh.handler());
-    ASSERT_TRUE(waitUntil([&] { return fresh.size() == 1; }));
-    EXPECT_EQ(m_server.connectionCount(), 2);
-    m_server.releaseHeld(false, [](const wire::Request &) {
-        return wire::Dictionary{{u"result"_s, u"late"_s}};
-    });
-    ASSERT_TRUE(waitUntil([&] { return held.size() == 1; }));
-    EXPECT_EQ(held.dictionaries[0].value(u"result"_s), u"late"_s);
 }
 
 TEST_F(CommandChannel, OversizeRequestFailsAloneAndTheConnectionStays) {
     NTCommandHelper helper;
-    std::atomic<int> errors = 0;
-    helper.sendCommand(
-        0, helpercommand::openParameter(QString(wire::kMaxMessageSize, u'p')),
-        [](const wire::Dictionary &) {}, [&](const QString &) { ++errors; });
-    Replies replies;
-    helper.sendCommand(7, {}, replies.handler());
-    ASSERT_TRUE(waitUntil([&] { return replies.size() == 1 && errors == 1; }));
+    Probe probe;
+    probe.send(helper, 0, helpercommand::openParameter(QString(wire::kMaxMessageSize, u'p')));
+    ASSERT_TRUE(roundTrip(helper));
+    ASSERT_TRUE(waitUntil([&] { return probe.errors == 1; }));
     EXPECT_EQ(m_server.requests().size(), 1);
     EXPECT_EQ(m_server.connectionCount(), 1);
 }
 
 TEST_F(CommandChannel, CommandsFromManyThreadsAllGetTheirReplies) {
     m_server.setHandler([](const wire::Request &request) {
-        return Response{
-            Response::Kind::Reply, {{u"result"_s, request.parameter.value(u"bsdName"_s)}}, {}};
+        return Response::reply({{u"result"_s, request.parameter.value(u"bsdName"_s)}});
     });
     NTCommandHelper helper;
-    constexpr int kThreads = 4;
-    constexpr int kPerThread = 50;
-    std::atomic<int> matched = 0;
-    std::atomic<int> done = 0;
-    QList<QThread *> senders;
+    constexpr int kThreads = 4, kPerThread = 50;
+    std::atomic<int> matched = 0, done = 0;
+    std::vector<std::unique_ptr<QThread>> senders;
     for (int t = 0; t < kThreads; ++t) {
-        senders.append(QThread::create([&, t] {
+        senders.emplace_back(QThread::create([&, t] {
             for (int i = 0; i < kPerThread; ++i) {
                 const QString tag = u"t%1-%2"_s.arg(t).arg(i);
                 helper.sendCommand(3, helpercommand::repairParameter(tag),
                                    [&, tag](const wire::Dictionary &reply) {
-                                       if (reply.value(u"result"_s) == tag)
-                                           ++matched;
+                                       matched += reply.value(u"result"_s) == tag;
                                        ++done;
                                    });
             }
         }));
-        senders.last()->start();
+        senders.back()->start();
     }
-    for (QThread *sender : senders) {
+    for (auto &sender : senders)
         sender->wait();
-        delete sender;
-    }
     ASSERT_TRUE(waitUntil([&] { return done == kThreads * kPerThread; }));
     EXPECT_EQ(matched, kThreads * kPerThread);
 }
@@ -329,10 +261,9 @@ TEST_F(CommandChannel, CommandsFromManyThreadsAllGetTheirReplies) {
 TEST(CommandChannelShared, SharedIsOneInstance) {
     NTCommandHelper *first = NTCommandHelper::shared();
     NTCommandHelper *second = nullptr;
-    QThread *other = QThread::create([&] { second = NTCommandHelper::shared(); });
+    std::unique_ptr<QThread> other(QThread::create([&] { second = NTCommandHelper::shared(); }));
     other->start();
     other->wait();
-    delete other;
     EXPECT_EQ(first, second);
     EXPECT_NE(first->channelThread(), QThread::currentThread());
 }

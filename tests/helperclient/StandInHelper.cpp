@@ -4,23 +4,21 @@
 #include <QLocalSocket>
 #include <QMutexLocker>
 #include <QPointer>
-#include <QtEndian>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
 class StandInHelper::Server : public QObject {
 public:
-    explicit Server(Handler handler)
-        : m_handler(std::move(handler)) {}
-
     bool listen(const QString &path) {
-        m_server = new QLocalServer(this);
+        auto *server = new QLocalServer(this);
         QLocalServer::removeServer(path);
-        connect(m_server, &QLocalServer::newConnection, this, [this] {
-            while (QLocalSocket *socket = m_server->nextPendingConnection())
+        connect(server, &QLocalServer::newConnection, this, [this, server] {
+            while (QLocalSocket *socket = server->nextPendingConnection())
                 accept(socket);
         });
-        return m_server->listen(path);
+        return server->listen(path);
     }
 
     void accept(QLocalSocket *socket) {
@@ -36,19 +34,20 @@ public:
             wire::FrameReader::Status status;
             while ((status = reader->next(&body)) == wire::FrameReader::Status::Frame) {
                 const auto request = wire::decodeRequest(body);
+                Handler current;
                 {
                     QMutexLocker lock(&mutex);
-                    QByteArray frame(wire::kPrefixSize, '\0');
-                    qToBigEndian(quint32(body.size()), frame.data());
-                    frames.append(frame + body);
+                    bodies.append(body);
                     if (request)
                         requests.append(*request);
+                    current = handler;
                 }
                 if (!request) {
                     socket->abort();
                     return;
                 }
-                if (!respond(socket, *request))
+                if (!respond(socket, *request,
+                             current ? current(*request) : defaultResponse(*request)))
                     return;
             }
             if (status == wire::FrameReader::Status::Error)
@@ -57,24 +56,15 @@ public:
     }
 
     // False once the connection is gone.
-    bool respond(QLocalSocket *socket, const wire::Request &request) {
-        Handler handler;
-        {
-            QMutexLocker lock(&mutex);
-            handler = m_handler;
-        }
-        const Response response = handler ? handler(request) : defaultResponse(request);
+    bool respond(QLocalSocket *socket, const wire::Request &request, const Response &response) {
         switch (response.kind) {
         case Response::Kind::Reply:
-            socket->write(wire::encodeReply({request.id, response.reply}));
-            socket->flush();
-            return true;
+            socket->write(wire::encodeReply({request.id, response.dictionary}));
+            break;
         case Response::Kind::Raw:
-            socket->write(response.raw);
-            socket->flush();
-            return true;
+            socket->write(response.bytes);
+            break;
         case Response::Kind::Close:
-            socket->flush();
             socket->disconnectFromServer();
             return false;
         case Response::Kind::Hold: {
@@ -83,44 +73,32 @@ public:
             return true;
         }
         }
+        socket->flush();
         return true;
     }
 
-    void release(bool newestFirst,
-                 const std::function<wire::Dictionary(const wire::Request &)> &answer) {
-        QList<std::pair<QPointer<QLocalSocket>, wire::Request>> toAnswer;
-        {
-            QMutexLocker lock(&mutex);
-            toAnswer = std::exchange(held, {});
-        }
+    void release(bool newestFirst, const Answer &answer) {
+        QMutexLocker lock(&mutex);
+        auto toAnswer = std::exchange(held, {});
+        lock.unlock();
         if (newestFirst)
             std::reverse(toAnswer.begin(), toAnswer.end());
-        for (const auto &[socket, request] : toAnswer) {
-            if (socket) {
-                socket->write(wire::encodeReply({request.id, answer(request)}));
-                socket->flush();
-            }
-        }
-    }
-
-    void setHandler(Handler handler) {
-        QMutexLocker lock(&mutex);
-        m_handler = std::move(handler);
+        for (const auto &[socket, request] : toAnswer)
+            if (socket)
+                respond(socket, request, Response::reply(answer(request)));
     }
 
     mutable QMutex mutex;
+    Handler handler;
     int connections = 0;
-    QList<QByteArray> frames;
+    QList<QByteArray> bodies;
     QList<wire::Request> requests;
     QList<std::pair<QPointer<QLocalSocket>, wire::Request>> held;
-
-private:
-    Handler m_handler;
-    QLocalServer *m_server = nullptr;
 };
 
-StandInHelper::StandInHelper(Handler handler) {
-    m_server = new Server(std::move(handler));
+StandInHelper::StandInHelper(Handler handler)
+    : m_server(new Server) {
+    m_server->handler = std::move(handler);
     m_server->moveToThread(&m_thread);
     QObject::connect(&m_thread, &QThread::finished, m_server, &QObject::deleteLater);
     m_thread.setObjectName(u"stand-in-helper"_s);
@@ -141,7 +119,8 @@ bool StandInHelper::listen(const QString &path) {
 }
 
 void StandInHelper::setHandler(Handler handler) {
-    m_server->setHandler(std::move(handler));
+    QMutexLocker lock(&m_server->mutex);
+    m_server->handler = std::move(handler);
 }
 
 int StandInHelper::connectionCount() const {
@@ -149,9 +128,9 @@ int StandInHelper::connectionCount() const {
     return m_server->connections;
 }
 
-QList<QByteArray> StandInHelper::receivedFrames() const {
+QList<QByteArray> StandInHelper::receivedBodies() const {
     QMutexLocker lock(&m_server->mutex);
-    return m_server->frames;
+    return m_server->bodies;
 }
 
 QList<wire::Request> StandInHelper::requests() const {
@@ -164,15 +143,12 @@ int StandInHelper::heldCount() const {
     return int(m_server->held.size());
 }
 
-void StandInHelper::releaseHeld(
-    bool newestFirst, const std::function<wire::Dictionary(const wire::Request &)> &answer) {
+void StandInHelper::releaseHeld(bool newestFirst, const Answer &answer) {
     QMetaObject::invokeMethod(
         m_server, [this, newestFirst, answer] { m_server->release(newestFirst, answer); },
         Qt::BlockingQueuedConnection);
 }
 
 StandInHelper::Response StandInHelper::defaultResponse(const wire::Request &request) {
-    Response response;
-    response.reply.insert(u"result"_s, request.code == 7 ? u"1.0.1"_s : QString());
-    return response;
+    return Response::reply({{u"result"_s, request.code == 7 ? u"1.0.1"_s : QString()}});
 }

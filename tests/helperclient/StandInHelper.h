@@ -3,34 +3,30 @@
 #include "helperclient/wire/WireCodec.h"
 
 #include <QList>
-#include <QMutex>
 #include <QString>
 #include <QTemporaryDir>
 #include <QThread>
 
 #include <functional>
 
-class QLocalServer;
-class QLocalSocket;
-
 // A stand-in for vantrelo-helper: a Unix socket server on its own thread that speaks the wire
-// protocol and answers as a test tells it to. It records every frame it receives.
+// protocol and answers as a test tells it to. It records every body it receives.
 class StandInHelper {
 public:
     struct Response {
-        enum class Kind {
-            Reply, // send `reply` under the request's id
-            Raw,   // send `raw` as it stands
-            Close, // close the connection without answering
-            Hold,  // answer later through releaseHeld(), or never
-        };
+        enum class Kind { Reply, Raw, Close, Hold };
         Kind kind = Kind::Reply;
-        wire::Dictionary reply;
-        QByteArray raw;
+        wire::Dictionary dictionary; // sent under the request's id
+        QByteArray bytes;            // sent as it stands
+        static Response reply(wire::Dictionary d) { return {Kind::Reply, std::move(d), {}}; }
+        static Response raw(QByteArray bytes) { return {Kind::Raw, {}, std::move(bytes)}; }
+        static Response close() { return {Kind::Close, {}, {}}; } // without answering
+        static Response hold() { return {Kind::Hold, {}, {}}; }   // until releaseHeld(), or never
     };
     using Handler = std::function<Response(const wire::Request &)>;
+    using Answer = std::function<wire::Dictionary(const wire::Request &)>;
 
-    // The default handler answers code 7 with "1.0.1" and everything else with an empty result.
+    // Without a handler, code 7 gets "1.0.1" and everything else an empty result.
     explicit StandInHelper(Handler handler = {});
     ~StandInHelper();
     StandInHelper(const StandInHelper &) = delete;
@@ -42,12 +38,11 @@ public:
 
     void setHandler(Handler handler);
     int connectionCount() const;
-    QList<QByteArray> receivedFrames() const; // length prefix included
+    QList<QByteArray> receivedBodies() const;
     QList<wire::Request> requests() const;
     int heldCount() const;
     // Answers the held requests, newest first when asked, with what `answer` gives for each.
-    void releaseHeld(bool newestFirst,
-                     const std::function<wire::Dictionary(const wire::Request &)> &answer);
+    void releaseHeld(bool newestFirst, const Answer &answer);
 
     static Response defaultResponse(const wire::Request &request);
 

@@ -22,10 +22,8 @@ int main(int argc, char **argv) {
     }
     const QString version = parser.value(u"version"_s);
     StandInHelper helper([version](const wire::Request &request) {
-        StandInHelper::Response response = StandInHelper::defaultResponse(request);
-        if (request.code == 7)
-            response.reply.insert(u"result"_s, version);
-        return response;
+        return request.code == 7 ? StandInHelper::Response::reply({{u"result"_s, version}})
+                                 : StandInHelper::defaultResponse(request);
     });
     if (!helper.listen(parser.value(u"socket"_s))) {
         std::fprintf(stderr, "cannot listen on %s\n", qPrintable(parser.value(u"socket"_s)));
