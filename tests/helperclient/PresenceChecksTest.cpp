@@ -11,6 +11,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// Each check reads the redirected paths afresh, so every step below sees the files as they are.
 class PresenceChecks : public testing::Test {
 protected:
     void SetUp() override {
@@ -33,72 +34,45 @@ protected:
     QTemporaryDir m_dir;
 };
 
-TEST_F(PresenceChecks, HelperIsSeenAsSoonAsItAppearsAndGoneWhenRemoved) {
+TEST_F(PresenceChecks, HelperAndFuseAreSeenAsSoonAsTheyAppearAndGoneWhenRemoved) {
     EXPECT_FALSE(TLUtility::checkHelperAppInstalled());
     write(u"vantrelo-helper"_s, "#!/bin/sh\n");
     EXPECT_TRUE(TLUtility::checkHelperAppInstalled());
     ASSERT_TRUE(QFile::remove(path(u"vantrelo-helper"_s)));
     EXPECT_FALSE(TLUtility::checkHelperAppInstalled());
-}
 
-TEST_F(PresenceChecks, FuseNeedsBothTheDriverAndTheDevice) {
+    // FUSE needs both the driver and the device, which may be any kind of file or folder.
     EXPECT_FALSE(TLUtility::checkFuseInstalled());
     write(u"ntfs-3g"_s, "driver");
     EXPECT_FALSE(TLUtility::checkFuseInstalled());
     write(u"fuse"_s, "");
     EXPECT_TRUE(TLUtility::checkFuseInstalled());
+    ASSERT_TRUE(QFile::remove(path(u"fuse"_s)) && QDir(m_dir.path()).mkdir(u"fuse"_s));
+    EXPECT_TRUE(TLUtility::checkFuseInstalled());
     ASSERT_TRUE(QFile::remove(path(u"ntfs-3g"_s)));
     EXPECT_FALSE(TLUtility::checkFuseInstalled());
 }
 
-TEST_F(PresenceChecks, FuseDeviceMayBeAnyKindOfFileOrFolder) {
-    write(u"ntfs-3g"_s, "driver");
-    ASSERT_TRUE(QDir(m_dir.path()).mkdir(u"fuse"_s));
-    EXPECT_TRUE(TLUtility::checkFuseInstalled());
-}
-
-struct VersionCase {
-    const char *name;
-    bool helperPresent;
-    std::optional<QByteArray> versionFile;
-    QString expected;
-};
-
-class HelperVersion : public PresenceChecks, public testing::WithParamInterface<VersionCase> {};
-
-TEST_P(HelperVersion, ReadsTheFileBesideTheHelper) {
-    const VersionCase &c = GetParam();
-    if (c.helperPresent)
-        write(u"vantrelo-helper"_s, "binary");
-    if (c.versionFile)
-        write(u"vantrelo-helper.version"_s, *c.versionFile);
-    EXPECT_EQ(TLUtility::getHelperAppVersion(), c.expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, HelperVersion,
-    testing::Values(VersionCase{"Plain", true, QByteArray("1.0.1"), u"1.0.1"_s},
-                    VersionCase{"TrailingNewline", true, QByteArray("1.10\n"), u"1.10"_s},
-                    VersionCase{"OnlyFirstLine", true, QByteArray(" 2.3.4 \nbuilt by ci\n"),
-                                u"2.3.4"_s},
-                    VersionCase{"EmptyFile", true, QByteArray(), QString()},
-                    VersionCase{"NoVersionFile", true, std::nullopt, QString()},
-                    VersionCase{"NoHelper", false, QByteArray("1.0.1"), QString()}),
-    [](const testing::TestParamInfo<VersionCase> &param) { return std::string(param.param.name); });
-
-TEST_F(PresenceChecks, UnreadableVersionIsEmpty) {
+TEST_F(PresenceChecks, VersionIsTheFirstLineOfTheFileBesideTheHelper) {
+    EXPECT_EQ(TLUtility::getHelperAppVersion(), QString());
+    write(u"vantrelo-helper.version"_s, "1.0.1");
+    EXPECT_EQ(TLUtility::getHelperAppVersion(), QString()) << "no helper, no version";
     write(u"vantrelo-helper"_s, "binary");
+    const std::pair<QByteArray, QString> files[] = {
+        {"1.0.1", u"1.0.1"_s},
+        {"1.10\n", u"1.10"_s},
+        {" 2.3.4 \nbuilt by ci\n", u"2.3.4"_s},
+        {"", QString()},
+    };
+    for (const auto &[contents, expected] : files) {
+        write(u"vantrelo-helper.version"_s, contents);
+        EXPECT_EQ(TLUtility::getHelperAppVersion(), expected) << contents.constData();
+    }
+    ASSERT_TRUE(QFile::remove(path(u"vantrelo-helper.version"_s)));
+    EXPECT_EQ(TLUtility::getHelperAppVersion(), QString());
     // A folder in place of the file cannot be read as text.
     ASSERT_TRUE(QDir(m_dir.path()).mkdir(u"vantrelo-helper.version"_s));
     EXPECT_EQ(TLUtility::getHelperAppVersion(), QString());
-}
-
-TEST_F(PresenceChecks, VersionIsReadAfreshEachCall) {
-    write(u"vantrelo-helper"_s, "binary");
-    write(u"vantrelo-helper.version"_s, "1.0.0");
-    EXPECT_EQ(TLUtility::getHelperAppVersion(), u"1.0.0"_s);
-    write(u"vantrelo-helper.version"_s, "1.0.2");
-    EXPECT_EQ(TLUtility::getHelperAppVersion(), u"1.0.2"_s);
 }
 
 TEST(InstallPathsTest, SocketFollowsTheEnvironmentAndDefaultsOtherwise) {
@@ -115,14 +89,6 @@ TEST(InstallPathsTest, SocketFollowsTheEnvironmentAndDefaultsOtherwise) {
         qunsetenv("VANTRELO_HELPER_SOCKET");
     else
         qputenv("VANTRELO_HELPER_SOCKET", saved);
-}
-
-TEST(InstallPathsTest, InstalledHelperPathsSitTogether) {
-    const QString helper = InstallPaths::defaultPath(InstallPaths::Component::HelperExecutable);
-    EXPECT_TRUE(helper.endsWith(u"/vantrelo-helper"_s));
-    EXPECT_EQ(InstallPaths::defaultPath(InstallPaths::Component::HelperVersionFile),
-              helper + u".version"_s);
-    EXPECT_EQ(InstallPaths::defaultPath(InstallPaths::Component::FuseDevice), u"/dev/fuse"_s);
 }
 
 } // namespace
