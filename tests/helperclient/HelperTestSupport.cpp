@@ -1,60 +1,83 @@
 #include "HelperTestSupport.h"
 
+#include <QFile>
+#include <QFileInfo>
+
+#include <atomic>
+
+using namespace Qt::StringLiterals;
+
 namespace helpertest {
 namespace {
 
-struct CaptureState {
-    QMutex mutex;
-    QByteArray category;
-    QStringList lines;
-    QtMessageHandler previous = nullptr;
-};
+QByteArray s_category;
+QString s_prefix;
+std::atomic<int> s_count = 0;
+QtMessageHandler s_previous = nullptr;
 
-CaptureState &state() {
-    static CaptureState instance;
-    return instance;
+void handler(QtMsgType type, const QMessageLogContext &context, const QString &text) {
+    if (context.category && s_category == context.category && text.startsWith(s_prefix))
+        ++s_count;
+    if (s_previous)
+        s_previous(type, context, text);
 }
 
 } // namespace
 
-LogCapture::LogCapture(const char *category) {
-    CaptureState &s = state();
-    QMutexLocker lock(&s.mutex);
-    s.category = category;
-    s.lines.clear();
-    s.previous = qInstallMessageHandler(&LogCapture::handler);
+LogCapture::LogCapture(const char *category, const QString &prefix) {
+    s_category = category;
+    s_prefix = prefix;
+    s_count = 0;
+    s_previous = qInstallMessageHandler(&handler);
 }
 
 LogCapture::~LogCapture() {
-    CaptureState &s = state();
-    qInstallMessageHandler(s.previous);
+    qInstallMessageHandler(s_previous);
 }
 
-void LogCapture::handler(QtMsgType type, const QMessageLogContext &context, const QString &text) {
-    CaptureState &s = state();
-    QtMessageHandler previous = nullptr;
-    {
-        QMutexLocker lock(&s.mutex);
-        if (context.category && s.category == context.category)
-            s.lines.append(text);
-        previous = s.previous;
+int LogCapture::count() const {
+    return s_count;
+}
+
+QString startBusDaemon(QProcess &daemon, const QString &folder, const QString &type, QString *why) {
+    const QString socket = folder + u"/bus"_s;
+    QFile config(folder + u"/bus.conf"_s);
+    if (!config.open(QIODevice::WriteOnly)) {
+        *why = u"cannot write a bus configuration"_s;
+        return {};
     }
-    if (previous)
-        previous(type, context, text);
+    config.write("<busconfig><type>" + type.toUtf8() +
+                 "</type><listen>unix:path=" + socket.toUtf8() +
+                 "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+                 "<allow user=\"*\"/><allow own=\"*\"/>"
+                 "<allow send_type=\"method_call\"/><allow send_type=\"signal\"/>"
+                 "<allow send_requested_reply=\"true\" send_type=\"method_return\"/>"
+                 "<allow send_requested_reply=\"true\" send_type=\"error\"/>"
+                 "<allow receive_type=\"method_call\"/><allow receive_type=\"method_return\"/>"
+                 "<allow receive_type=\"error\"/><allow receive_type=\"signal\"/>"
+                 "</policy></busconfig>");
+    config.close();
+    daemon.setProcessChannelMode(QProcess::MergedChannels);
+    daemon.start(u"dbus-daemon"_s,
+                 {u"--config-file="_s + config.fileName(), u"--nofork"_s, u"--nopidfile"_s});
+    if (!daemon.waitForStarted(10000)) {
+        *why = u"dbus-daemon cannot be started: "_s + daemon.errorString();
+        return {};
+    }
+    if (!waitUntil([&] { return QFileInfo::exists(socket); }, 10000)) {
+        *why = u"dbus-daemon made no socket: "_s + QString::fromLocal8Bit(daemon.readAll());
+        return {};
+    }
+    return u"unix:path="_s + socket;
 }
 
-QStringList LogCapture::lines() const {
-    CaptureState &s = state();
-    QMutexLocker lock(&s.mutex);
-    return s.lines;
-}
-
-qsizetype LogCapture::count(const QString &prefix) const {
-    qsizetype n = 0;
-    for (const QString &line : lines())
-        if (line.startsWith(prefix))
-            ++n;
-    return n;
+void stopProcess(QProcess &process) {
+    if (process.state() == QProcess::NotRunning)
+        return;
+    process.terminate();
+    if (!process.waitForFinished(10000))
+        process.kill();
+    process.waitForFinished(5000);
 }
 
 } // namespace helpertest

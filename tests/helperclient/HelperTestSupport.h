@@ -2,9 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
-#include <QMutex>
-#include <QMutexLocker>
-#include <QStringList>
+#include <QProcess>
 #include <QThread>
 
 #include <functional>
@@ -24,16 +22,18 @@ inline bool waitUntil(const std::function<bool()> &done, int boundMs = 20000) {
     return true;
 }
 
-// Collects the lines logged in one category while it exists.
+// Counts the lines logged in one category, starting with a prefix, while it exists.
 class LogCapture {
 public:
-    explicit LogCapture(const char *category);
+    LogCapture(const char *category, const QString &prefix);
     ~LogCapture();
-    QStringList lines() const;
-    qsizetype count(const QString &prefix) const;
-
-private:
-    static void handler(QtMsgType type, const QMessageLogContext &context, const QString &text);
+    int count() const;
 };
+
+// A dbus-daemon of `type` ("system" or "session") with an open policy, listening in `folder`:
+// only the test's own processes are on it. Returns its address, or empty with a reason.
+QString startBusDaemon(QProcess &daemon, const QString &folder, const QString &type, QString *why);
+// Stops a process this test started: SIGTERM to its pid, then SIGKILL.
+void stopProcess(QProcess &process);
 
 } // namespace helpertest

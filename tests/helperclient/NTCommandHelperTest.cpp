@@ -6,6 +6,7 @@
 #include "util/InstallPaths.h"
 
 #include <QCborMap>
+#include <QMutex>
 #include <QThread>
 
 #include <gtest/gtest.h>
@@ -62,10 +63,9 @@ protected:
             return request.code == 7 ? StandInHelper::defaultResponse(request) : other;
         });
     }
-    qsizetype errorsLogged() const { return m_log.count(u"sendCommand error:"_s); }
 
     StandInHelper m_server;
-    helpertest::LogCapture m_log{"vantrelo.helperclient"};
+    helpertest::LogCapture m_errorsLogged{"vantrelo.helperclient", u"sendCommand error:"_s};
 };
 
 TEST_F(CommandChannel, EachCodeSendsItsParameterAndRepliesRunOnTheChannelThread) {
@@ -140,7 +140,7 @@ TEST_F(CommandChannel, ClosedConnectionDropsEveryPendingCommandAndTheNextOneReco
     for (quint64 code : {0, 1, 3})
         dropped.send(helper, code);
     ASSERT_TRUE(waitUntil([&] { return dropped.errors == 3; }));
-    EXPECT_EQ(errorsLogged(), 3);
+    EXPECT_EQ(m_errorsLogged.count(), 3);
 
     m_server.setHandler({});
     ASSERT_TRUE(roundTrip(helper));
@@ -149,7 +149,7 @@ TEST_F(CommandChannel, ClosedConnectionDropsEveryPendingCommandAndTheNextOneReco
     m_server.releaseHeld(false, [](const wire::Request &) { return wire::Dictionary(); });
     ASSERT_TRUE(roundTrip(helper));
     EXPECT_EQ(dropped.count(), 0);
-    EXPECT_EQ(errorsLogged(), 3);
+    EXPECT_EQ(m_errorsLogged.count(), 3);
 }
 
 class CommandChannelBadReply : public CommandChannel,
@@ -161,7 +161,7 @@ TEST_P(CommandChannelBadReply, IsATransportError) {
     Probe probe;
     probe.send(helper, 1);
     ASSERT_TRUE(waitUntil([&] { return probe.errors == 1; }));
-    EXPECT_EQ(errorsLogged(), 1);
+    EXPECT_EQ(m_errorsLogged.count(), 1);
     ASSERT_TRUE(roundTrip(helper));
     EXPECT_EQ(probe.count(), 0);
     EXPECT_EQ(m_server.connectionCount(), 2);
@@ -191,7 +191,7 @@ TEST_F(CommandChannel, SetupKeepsTheOldConnectionsRepliesAndAnUnansweredCommandB
     held.send(helper, 3);
     ASSERT_TRUE(roundTrip(helper));
     EXPECT_EQ(m_server.heldCount(), 1);
-    EXPECT_EQ(errorsLogged(), 0);
+    EXPECT_EQ(m_errorsLogged.count(), 0);
 
     helper.setup();
     ASSERT_TRUE(roundTrip(helper));
@@ -212,7 +212,7 @@ TEST_F(CommandChannel, MissingHelperIsAnErrorAndAStartedHelperIsFoundLater) {
     Probe probe;
     probe.send(helper, 7);
     ASSERT_TRUE(waitUntil([&] { return probe.errors == 1; }));
-    EXPECT_EQ(errorsLogged(), 1);
+    EXPECT_EQ(m_errorsLogged.count(), 1);
 
     StandInHelper late;
     ASSERT_TRUE(late.listen(path));

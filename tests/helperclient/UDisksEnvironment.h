@@ -17,17 +17,12 @@ public:
     static std::unique_ptr<UDisksEnvironment> start(QString *why);
     ~UDisksEnvironment();
 
-    // Waits until udev and udisksd have seen the latest device changes.
-    void settle() const;
-    // Makes udev look at a device again: a file system written before udev had finished adding
-    // the device raises no change event of its own.
-    void announce(const QString &devicePath) const;
+    // Makes udev look at a device again, then waits until udev has seen every change: a file
+    // system written before udev had finished adding the device raises no event of its own.
+    void announce(const QString &devicePath = {}) const;
 
 private:
     UDisksEnvironment() = default;
-    bool startProcess(QProcess &process, const QString &program, const QStringList &arguments,
-                      QString *why);
-    static void stopProcess(QProcess &process);
 
     // ctest runs each case as its own process, in parallel: one stack at a time, so no case
     // stops the udevd another one still relies on.
