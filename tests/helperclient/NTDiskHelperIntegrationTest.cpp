@@ -8,7 +8,6 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVariant>
-#include <QFile>
 #include <QFileInfo>
 #include <QThreadPool>
 
@@ -17,40 +16,32 @@
 using namespace Qt::StringLiterals;
 using helpertest::waitUntil;
 using testsupport::LoopImage;
+using testsupport::runCommand;
 
 namespace {
 
-// The mount target of `device` in the kernel's table, "" when it is not mounted.
+// Where the kernel has `device` mounted, "" when nowhere.
 QString mountPointOf(const QString &device) {
-    QFile file(u"/proc/self/mountinfo"_s);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    for (const QByteArray &line : file.readAll().split('\n')) {
-        const qsizetype dash = line.indexOf(" - ");
-        if (dash < 0)
-            continue;
-        const QList<QByteArray> after = line.mid(dash + 3).split(' ');
-        if (after.size() < 2 || after[1] != device.toUtf8())
-            continue;
-        QByteArray target = line.split(' ').value(4);
-        target.replace("\\040", " ");
-        return QString::fromUtf8(target);
-    }
-    return {};
-}
-
-QString labelOf(const QString &device) {
-    return testsupport::runCommand(u"blkid"_s,
-                                   {u"-p"_s, u"-o"_s, u"value"_s, u"-s"_s, u"LABEL"_s, device})
+    return runCommand(u"findmnt"_s, {u"-n"_s, u"-o"_s, u"TARGET"_s, u"--source"_s, device})
         .output.trimmed();
 }
 
+QString labelOf(const QString &device) {
+    return runCommand(u"blkid"_s, {u"-p"_s, u"-o"_s, u"value"_s, u"-s"_s, u"LABEL"_s, device})
+        .output.trimmed();
+}
+
+bool loopAttached(const QString &device) {
+    return QFileInfo::exists(
+        u"/sys/block/%1/loop/backing_file"_s.arg(LoopImage::kernelName(device)));
+}
+
 // What udisksd currently believes about a block device; invalid when it has no such property.
-QVariant udisksProperty(const QString &bsdName, const QString &interface, const QString &name) {
+QVariant udisksProperty(const QString &device, const QString &interface, const QString &name) {
     QDBusMessage message = QDBusMessage::createMethodCall(
-        u"org.freedesktop.UDisks2"_s, UDisksClient::blockObjectPath(bsdName),
+        u"org.freedesktop.UDisks2"_s, UDisksClient::blockObjectPath(LoopImage::kernelName(device)),
         u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
-    message.setArguments({interface, name});
+    message.setArguments({QString(u"org.freedesktop.UDisks2."_s + interface), name});
     const QDBusMessage reply = QDBusConnection::systemBus().call(message);
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
         return {};
@@ -59,17 +50,10 @@ QVariant udisksProperty(const QString &bsdName, const QString &interface, const 
 
 // udev settling is not enough: udisksd picks up uevents on its own schedule.
 bool udisksSeesLabel(const QString &device, const QString &label) {
-    const QString bsdName = LoopImage::kernelName(device);
     return waitUntil([&] {
-        return udisksProperty(bsdName, u"org.freedesktop.UDisks2.Block"_s, u"IdLabel"_s)
-                       .toString() == label &&
-               udisksProperty(bsdName, u"org.freedesktop.UDisks2.Filesystem"_s, u"Size"_s)
-                   .isValid();
+        return udisksProperty(device, u"Block"_s, u"IdLabel"_s).toString() == label &&
+               udisksProperty(device, u"Filesystem"_s, u"Size"_s).isValid();
     });
-}
-
-bool loopAttached(const QString &bsdName) {
-    return QFileInfo::exists(u"/sys/block/%1/loop/backing_file"_s.arg(bsdName));
 }
 
 class NTDiskHelperIntegration : public testing::Test {
@@ -84,24 +68,24 @@ protected:
             GTEST_SKIP() << s_why.toStdString();
     }
 
-    // Lets the background requests finish, then udev and udisksd catch up.
-    void finish() {
+    // Runs a request, lets it finish in the background and udev catch up, then waits until the
+    // disks show `state`.
+    static bool after(const std::function<void()> &request, const std::function<bool()> &state) {
+        request();
         QThreadPool::globalInstance()->waitForDone();
         s_env->announce();
+        return waitUntil(state);
     }
 
-    // A fresh NTFS loop volume that udisksd already knows.
-    std::unique_ptr<LoopImage> ntfsImage(const QString &label) {
+    // Formats `devices` as NTFS with `labels` and waits until udisksd knows them.
+    static void formatNtfs(LoopImage &image, const QStringList &devices,
+                           const QStringList &labels) {
         QString why;
-        auto image = LoopImage::create(64, &why);
-        if (image && image->format(image->device(), u"ntfs"_s, label, &why)) {
-            s_env->announce(image->device());
-            if (udisksSeesLabel(image->device(), label))
-                return image;
-            why = u"udisksd never saw the new file system"_s;
+        for (qsizetype i = 0; i < devices.size(); ++i) {
+            ASSERT_TRUE(image.format(devices[i], u"ntfs"_s, labels[i], &why)) << why.toStdString();
+            s_env->announce(devices[i]);
+            ASSERT_TRUE(udisksSeesLabel(devices[i], labels[i])) << labels[i].toStdString();
         }
-        ADD_FAILURE() << why.toStdString();
-        return nullptr;
     }
 
     static inline UDisksEnvironment *s_env = nullptr;
@@ -109,46 +93,36 @@ protected:
 };
 
 TEST_F(NTDiskHelperIntegration, NtfsVolumeIsMountedRenamedUnmountedAndEjected) {
-    auto image = ntfsImage(u"VANTRELO"_s);
-    ASSERT_TRUE(image);
+    QString why;
+    auto image = LoopImage::create(64, &why);
+    ASSERT_TRUE(image) << why.toStdString();
     const QString device = image->device();
     const QString bsdName = LoopImage::kernelName(device);
+    ASSERT_NO_FATAL_FAILURE(formatNtfs(*image, {device}, {u"VANTRELO"_s}));
+    const auto mounted = [&] { return !mountPointOf(device).isEmpty(); };
+    const auto unmounted = [&] { return mountPointOf(device).isEmpty(); };
 
-    NTDiskHelper::mountDiskWithBSDName(bsdName);
-    finish();
-    ASSERT_TRUE(waitUntil([&] { return !mountPointOf(device).isEmpty(); }))
-        << "udisksd did not mount " << device.toStdString();
+    ASSERT_TRUE(after([&] { NTDiskHelper::mountDiskWithBSDName(bsdName); }, mounted));
     EXPECT_TRUE(mountPointOf(device).endsWith(u"/VANTRELO"_s))
         << mountPointOf(device).toStdString();
-
-    NTDiskHelper::unmountDiskWithBSDName(bsdName);
-    finish();
-    ASSERT_TRUE(waitUntil([&] { return mountPointOf(device).isEmpty(); }));
-
-    NTDiskHelper::rename(bsdName, u"RENAMED"_s);
-    finish();
-    ASSERT_TRUE(waitUntil([&] { return labelOf(device) == u"RENAMED"_s; }))
+    ASSERT_TRUE(after([&] { NTDiskHelper::unmountDiskWithBSDName(bsdName); }, unmounted));
+    ASSERT_TRUE(after([&] { NTDiskHelper::rename(bsdName, u"RENAMED"_s); },
+                      [&] { return labelOf(device) == u"RENAMED"_s; }))
         << "label is " << labelOf(device).toStdString();
     ASSERT_TRUE(udisksSeesLabel(device, u"RENAMED"_s));
-
-    NTDiskHelper::mountDiskWithBSDName(bsdName);
-    finish();
-    ASSERT_TRUE(waitUntil([&] { return !mountPointOf(device).isEmpty(); }));
+    ASSERT_TRUE(after([&] { NTDiskHelper::mountDiskWithBSDName(bsdName); }, mounted));
     const QString mountPath = mountPointOf(device);
     EXPECT_TRUE(mountPath.endsWith(u"/RENAMED"_s)) << mountPath.toStdString();
 
+    // A disk image is ejected by detaching its loop device.
     auto drive = std::make_shared<NTDiskDrive>();
     drive->setMountPath(mountPath);
     drive->setBsdName(bsdName);
-    NTDiskHelper::ejectDiskWithDrive(drive);
-    finish();
-    ASSERT_TRUE(waitUntil([&] { return mountPointOf(device).isEmpty(); }));
-    // A disk image is ejected by detaching its loop device.
-    EXPECT_TRUE(waitUntil([&] { return !loopAttached(bsdName); }));
+    ASSERT_TRUE(after([&] { NTDiskHelper::ejectDiskWithDrive(drive); }, unmounted));
+    EXPECT_TRUE(waitUntil([&] { return !loopAttached(device); }));
 
     // The second eject of the same drive finds nothing and does no harm.
-    NTDiskHelper::ejectDiskWithDrive(drive);
-    finish();
+    after([&] { NTDiskHelper::ejectDiskWithDrive(drive); }, unmounted);
     UDisksClient udisks;
     EXPECT_FALSE(udisks.unmountAndEject(mountPath));
     EXPECT_FALSE(udisks.lastError().isEmpty());
@@ -158,47 +132,44 @@ TEST_F(NTDiskHelperIntegration, WholeDiskRequestsReachEveryPartition) {
     QString why;
     auto image = LoopImage::createPartitioned(96, 2, &why);
     ASSERT_TRUE(image) << why.toStdString();
-    const QString first = image->partition(1);
-    const QString second = image->partition(2);
-    ASSERT_TRUE(image->format(first, u"ntfs"_s, u"PARTONE"_s, &why)) << why.toStdString();
-    ASSERT_TRUE(image->format(second, u"ntfs"_s, u"PARTTWO"_s, &why)) << why.toStdString();
-    s_env->announce(first);
-    s_env->announce(second);
-    ASSERT_TRUE(udisksSeesLabel(first, u"PARTONE"_s));
-    ASSERT_TRUE(udisksSeesLabel(second, u"PARTTWO"_s));
+    const QString first = image->partition(1), second = image->partition(2);
+    ASSERT_NO_FATAL_FAILURE(formatNtfs(*image, {first, second}, {u"PARTONE"_s, u"PARTTWO"_s}));
 
-    NTDiskHelper::mountDiskWithBSDName(LoopImage::kernelName(image->device()));
-    finish();
-    ASSERT_TRUE(waitUntil(
-        [&] { return !mountPointOf(first).isEmpty() && !mountPointOf(second).isEmpty(); }));
-
+    ASSERT_TRUE(
+        after([&] { NTDiskHelper::mountDiskWithBSDName(LoopImage::kernelName(image->device())); },
+              [&] { return !mountPointOf(first).isEmpty() && !mountPointOf(second).isEmpty(); }));
     // Naming one partition unmounts the whole disk.
-    NTDiskHelper::unmountDiskWithBSDName(LoopImage::kernelName(first));
-    finish();
     EXPECT_TRUE(
-        waitUntil([&] { return mountPointOf(first).isEmpty() && mountPointOf(second).isEmpty(); }));
+        after([&] { NTDiskHelper::unmountDiskWithBSDName(LoopImage::kernelName(first)); },
+              [&] { return mountPointOf(first).isEmpty() && mountPointOf(second).isEmpty(); }));
 }
 
 TEST_F(NTDiskHelperIntegration, UnknownOrStaleTargetsChangeNothing) {
-    auto image = ntfsImage(u"STAYS"_s);
-    ASSERT_TRUE(image);
+    QString why;
+    auto image = LoopImage::create(64, &why);
+    ASSERT_TRUE(image) << why.toStdString();
     const QString device = image->device();
+    ASSERT_NO_FATAL_FAILURE(formatNtfs(*image, {device}, {u"STAYS"_s}));
 
     auto stale = std::make_shared<NTDiskDrive>();
     stale->setMountPath(u"/media/no-such-volume"_s);
-    NTDiskHelper::ejectDiskWithDrive(stale);
-    NTDiskHelper::ejectDiskWithDrive(std::make_shared<NTDiskDrive>());
-    NTDiskHelper::ejectDiskWithDrive(nullptr);
-    NTDiskHelper::mountDiskWithBSDName(u"nosuchdisk9"_s);
-    NTDiskHelper::rename(u"nosuchdisk9"_s, u"X"_s);
-    NTDiskHelper::unmountDiskWithBSDName(u"../../etc"_s);
-    finish();
+    after(
+        [&] {
+            NTDiskHelper::ejectDiskWithDrive(stale);
+            NTDiskHelper::ejectDiskWithDrive(std::make_shared<NTDiskDrive>());
+            NTDiskHelper::ejectDiskWithDrive(nullptr);
+            NTDiskHelper::mountDiskWithBSDName(u"nosuchdisk9"_s);
+            NTDiskHelper::rename(u"nosuchdisk9"_s, u"X"_s);
+            NTDiskHelper::unmountDiskWithBSDName(u"../../etc"_s);
+        },
+        [] { return true; });
 
     UDisksClient udisks;
     EXPECT_FALSE(udisks.mountWhole(u"nosuchdisk9"_s));
     EXPECT_FALSE(udisks.rename(u"nosuchdisk9"_s, u"X"_s));
-    EXPECT_TRUE(loopAttached(LoopImage::kernelName(device)));
+    EXPECT_TRUE(loopAttached(device));
     EXPECT_EQ(labelOf(device), u"STAYS"_s);
+    EXPECT_TRUE(mountPointOf(device).isEmpty());
 }
 
 } // namespace
