@@ -66,12 +66,12 @@ TEST_F(CtlHelperCommands, EachCommandSendsItsRequestAndFollowsTheResult) {
         {{u"open"_s, u"/media/x"_s}, 0, {{u"mountPath"_s, u"/media/x"_s}}, 0, u"result: "_s},
     };
     for (const auto &c : cases) {
-        const qsizetype before = m_server.requests().size();
+        const qsizetype before = m_server.record().requests.size();
         const CtlRun r = run(c.arguments);
         SCOPED_TRACE(c.arguments.join(u' ').toStdString());
         EXPECT_EQ(r.exitCode, c.exitCode) << r.err.toStdString();
         EXPECT_TRUE(r.out.startsWith(c.out)) << r.out.toStdString();
-        const QList<wire::Request> requests = m_server.requests();
+        const QList<wire::Request> requests = m_server.record().requests;
         ASSERT_EQ(requests.size(), before + 1);
         EXPECT_EQ(requests.last().code, c.code);
         EXPECT_EQ(requests.last().parameter, c.parameter);

@@ -24,7 +24,7 @@ public:
     void accept(QLocalSocket *socket) {
         {
             QMutexLocker lock(&mutex);
-            ++connections;
+            ++seen.connections;
         }
         auto reader = std::make_shared<wire::FrameReader>();
         connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
@@ -37,9 +37,9 @@ public:
                 Handler current;
                 {
                     QMutexLocker lock(&mutex);
-                    bodies.append(body);
+                    seen.bodies.append(body);
                     if (request)
-                        requests.append(*request);
+                        seen.requests.append(*request);
                     current = handler;
                 }
                 if (!request) {
@@ -90,9 +90,7 @@ public:
 
     mutable QMutex mutex;
     Handler handler;
-    int connections = 0;
-    QList<QByteArray> bodies;
-    QList<wire::Request> requests;
+    Record seen;
     QList<std::pair<QPointer<QLocalSocket>, wire::Request>> held;
 };
 
@@ -123,24 +121,11 @@ void StandInHelper::setHandler(Handler handler) {
     m_server->handler = std::move(handler);
 }
 
-int StandInHelper::connectionCount() const {
+StandInHelper::Record StandInHelper::record() const {
     QMutexLocker lock(&m_server->mutex);
-    return m_server->connections;
-}
-
-QList<QByteArray> StandInHelper::receivedBodies() const {
-    QMutexLocker lock(&m_server->mutex);
-    return m_server->bodies;
-}
-
-QList<wire::Request> StandInHelper::requests() const {
-    QMutexLocker lock(&m_server->mutex);
-    return m_server->requests;
-}
-
-int StandInHelper::heldCount() const {
-    QMutexLocker lock(&m_server->mutex);
-    return int(m_server->held.size());
+    Record record = m_server->seen;
+    record.held = int(m_server->held.size());
+    return record;
 }
 
 void StandInHelper::releaseHeld(bool newestFirst, const Answer &answer) {

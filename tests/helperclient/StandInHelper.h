@@ -37,10 +37,14 @@ public:
     QString socketPath() const { return m_path; }
 
     void setHandler(Handler handler);
-    int connectionCount() const;
-    QList<QByteArray> receivedBodies() const;
-    QList<wire::Request> requests() const;
-    int heldCount() const;
+    // What the server has seen so far.
+    struct Record {
+        int connections = 0;
+        QList<QByteArray> bodies; // every frame, without its length prefix
+        QList<wire::Request> requests;
+        int held = 0;
+    };
+    Record record() const;
     // Answers the held requests, newest first when asked, with what `answer` gives for each.
     void releaseHeld(bool newestFirst, const Answer &answer);
 
