@@ -16,17 +16,13 @@ using namespace Qt::StringLiterals;
 namespace {
 
 TEST(GoogleAnalyticsParameters, SixFixedParametersInOrder) {
-    const EventParameters parameters =
-        GoogleAnalytics::eventParameters(u"launch at login"_s, u"on"_s);
-    ASSERT_EQ(parameters.size(), 6);
-    EXPECT_EQ(parameters[0], qMakePair(u"soft_name"_s, u"Vantrelo"_s));
-    EXPECT_EQ(parameters[1], qMakePair(u"track_version"_s, u"1.2.0"_s));
-    EXPECT_EQ(parameters[2], qMakePair(u"event_label"_s, u"on"_s));
-    EXPECT_EQ(parameters[3], qMakePair(u"event_action"_s, u"launch at login"_s));
-    EXPECT_EQ(parameters[4].first, u"system_version"_s);
-    EXPECT_EQ(parameters[4].second, SystemInfo::systemVersion());
-    EXPECT_EQ(parameters[5].first, u"serial"_s);
-    EXPECT_EQ(parameters[5].second, SystemInfo::serialNumber());
+    const EventParameters expected = {{u"soft_name"_s, u"Vantrelo"_s},
+                                      {u"track_version"_s, u"1.2.0"_s},
+                                      {u"event_label"_s, u"on"_s},
+                                      {u"event_action"_s, u"launch at login"_s},
+                                      {u"system_version"_s, SystemInfo::systemVersion()},
+                                      {u"serial"_s, SystemInfo::serialNumber()}};
+    EXPECT_EQ(GoogleAnalytics::eventParameters(u"launch at login"_s, u"on"_s), expected);
 }
 
 TEST(GoogleAnalyticsParameters, NullActionAndParamBecomeEmptyTexts) {

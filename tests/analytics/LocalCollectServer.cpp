@@ -91,25 +91,17 @@ void LocalCollectServer::readFrom(QTcpSocket *socket) {
         buffer.remove(0, headerEnd + 4 + length);
         ++m_seen;
         m_requests.append(request);
-        switch (answer) {
-        case Answer::Accept:
-            socket->write("HTTP/1.1 204 No Content\r\nContent-Length: 0\r\n\r\n");
-            break;
-        case Answer::Refuse:
-            socket->write("HTTP/1.1 503 Service Unavailable\r\nContent-Length: 0\r\n\r\n");
-            break;
-        case Answer::BadRequest:
-            socket->write("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n");
-            break;
-        case Answer::CloseAfterBody:
+        if (answer == Answer::CloseAfterBody) {
             // The whole batch arrived, but no answer ever leaves.
             m_buffers.remove(socket);
             socket->abort();
             return;
-        case Answer::Hang:
-        case Answer::CloseMidBody:
-            break;
         }
+        if (const char *status = answer == Answer::Accept       ? "204 No Content"
+                                 : answer == Answer::Refuse     ? "503 Service Unavailable"
+                                 : answer == Answer::BadRequest ? "400 Bad Request"
+                                                                : nullptr)
+            socket->write("HTTP/1.1 "_ba + status + "\r\nContent-Length: 0\r\n\r\n");
     }
 }
 

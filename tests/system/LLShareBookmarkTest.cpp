@@ -25,44 +25,35 @@ protected:
     QString folder() const { return m_dir.filePath(u"chosen folder"_s); }
     QString file() const { return m_dir.filePath(u"defaults.json"_s); }
 
+    bool start(const QString &path) {
+        return m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(path);
+    }
+
     QTemporaryDir m_dir;
     UserDefaults m_defaults{m_dir.filePath(u"defaults.json"_s)};
     LLShareBookmark m_bookmarks{m_defaults};
 };
 
-TEST_F(BookmarkTest, NeverSavedPathGivesNo) {
-    EXPECT_FALSE(m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(folder()));
+TEST_F(BookmarkTest, SavedPathIsTheKeyExactlyAsGiven) {
+    EXPECT_FALSE(start(folder()));
     EXPECT_FALSE(m_bookmarks.BookmarkStopAccessingSecurityScopedResourceWithFilePath(folder()));
-}
-
-TEST_F(BookmarkTest, SavedFolderIsStoredUnderItsPathAndWritten) {
     ASSERT_TRUE(m_bookmarks.saveOpenFileToBookmarkWithFilePath(folder()));
-    EXPECT_FALSE(UserDefaults(file()).dataForKey(folder()).isEmpty());
-    EXPECT_TRUE(m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(folder()));
+    ASSERT_TRUE(m_bookmarks.saveOpenFileToBookmarkWithFilePath(folder()));
+    EXPECT_EQ(UserDefaults(file()).allKeys(), QStringList{folder()}); // written, once
+    EXPECT_TRUE(start(folder()));
     EXPECT_TRUE(m_bookmarks.BookmarkStopAccessingSecurityScopedResourceWithFilePath(folder()));
-
     // Another program start finds it.
     UserDefaults again(file());
-    LLShareBookmark later(again);
-    EXPECT_TRUE(later.BookmarkStartAccessingSecurityScopedResourceWithFilePath(folder()));
-}
-
-TEST_F(BookmarkTest, SavingTwiceKeepsOneEntry) {
-    ASSERT_TRUE(m_bookmarks.saveOpenFileToBookmarkWithFilePath(folder()));
-    ASSERT_TRUE(m_bookmarks.saveOpenFileToBookmarkWithFilePath(folder()));
-    EXPECT_EQ(UserDefaults(file()).allKeys(), QStringList{folder()});
-}
-
-TEST_F(BookmarkTest, TrailingSlashMakesADifferentKey) {
-    ASSERT_TRUE(m_bookmarks.saveOpenFileToBookmarkWithFilePath(folder() + u'/'));
-    EXPECT_FALSE(m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(folder()));
     EXPECT_TRUE(
-        m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(folder() + u'/'));
-}
+        LLShareBookmark(again).BookmarkStartAccessingSecurityScopedResourceWithFilePath(folder()));
 
-TEST_F(BookmarkTest, RootFolderCanBeBookmarked) {
+    // A trailing slash makes a different key; the root folder is a key like any other.
     ASSERT_TRUE(m_bookmarks.saveOpenFileToBookmarkWithFilePath(u"/"_s));
-    EXPECT_TRUE(m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(u"/"_s));
+    EXPECT_TRUE(start(u"/"_s));
+    ASSERT_TRUE(QDir().mkpath(m_dir.filePath(u"slash"_s)));
+    ASSERT_TRUE(m_bookmarks.saveOpenFileToBookmarkWithFilePath(m_dir.filePath(u"slash/"_s)));
+    EXPECT_FALSE(start(m_dir.filePath(u"slash"_s)));
+    EXPECT_TRUE(start(m_dir.filePath(u"slash/"_s)));
 }
 
 TEST_F(BookmarkTest, MissingOrEmptyPathMakesNoBookmark) {
@@ -82,20 +73,17 @@ TEST_F(BookmarkTest, RelativePathIsResolvedAgainstTheCurrentFolder) {
     ASSERT_TRUE(resolved.has_value());
     EXPECT_EQ(resolved->path, folder());
     // Resolution does not depend on the current folder.
-    EXPECT_TRUE(
-        m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(u"chosen folder"_s));
-}
-
-TEST_F(BookmarkTest, RemovingWithoutBookmarkChangesNothing) {
-    m_defaults.setString(u"keep"_s, u"other"_s);
-    EXPECT_FALSE(m_bookmarks.removeFileBookmarkInfoWithFilePath(folder()));
-    EXPECT_EQ(m_defaults.allKeys(), QStringList{u"other"_s});
+    EXPECT_TRUE(start(u"chosen folder"_s));
 }
 
 TEST_F(BookmarkTest, RemovingDropsTheEntryWithoutWriting) {
+    m_defaults.setString(u"keep"_s, u"other"_s);
+    EXPECT_FALSE(m_bookmarks.removeFileBookmarkInfoWithFilePath(folder()));
+    EXPECT_EQ(m_defaults.allKeys(), QStringList{u"other"_s});
+
     ASSERT_TRUE(m_bookmarks.saveOpenFileToBookmarkWithFilePath(folder()));
     EXPECT_TRUE(m_bookmarks.removeFileBookmarkInfoWithFilePath(folder()));
-    EXPECT_FALSE(m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(folder()));
+    EXPECT_FALSE(start(folder()));
     EXPECT_FALSE(UserDefaults(file()).dataForKey(folder()).isEmpty());
     ASSERT_TRUE(m_defaults.synchronize());
     EXPECT_TRUE(UserDefaults(file()).dataForKey(folder()).isEmpty());
@@ -104,7 +92,7 @@ TEST_F(BookmarkTest, RemovingDropsTheEntryWithoutWriting) {
 TEST_F(BookmarkTest, DeletedFolderNoLongerResolves) {
     ASSERT_TRUE(m_bookmarks.saveOpenFileToBookmarkWithFilePath(folder()));
     ASSERT_TRUE(QDir(folder()).removeRecursively());
-    EXPECT_FALSE(m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(folder()));
+    EXPECT_FALSE(start(folder()));
     EXPECT_FALSE(m_bookmarks.BookmarkStopAccessingSecurityScopedResourceWithFilePath(folder()));
 }
 
@@ -116,7 +104,7 @@ TEST_F(BookmarkTest, ReplacedFolderIsStaleButStillUsable) {
     const auto resolved = LLShareBookmark::resolveBookmarkData(m_defaults.dataForKey(folder()));
     ASSERT_TRUE(resolved.has_value());
     EXPECT_TRUE(resolved->stale);
-    EXPECT_TRUE(m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(folder()));
+    EXPECT_TRUE(start(folder()));
 
     const auto fresh =
         LLShareBookmark::resolveBookmarkData(LLShareBookmark::bookmarkDataForPath(folder()));
@@ -130,56 +118,38 @@ TEST_F(BookmarkTest, ForeignValuesUnderThePathGiveNo) {
          {QVariant(QByteArray("not a bookmark")), QVariant(QByteArray("\xa1\x61\x78\x01", 4)),
           QVariant(u"a string"_s), QVariant(true)}) {
         m_defaults.setObject(value, folder());
-        EXPECT_FALSE(
-            m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(folder()));
+        EXPECT_FALSE(start(folder()));
         EXPECT_FALSE(m_bookmarks.BookmarkStopAccessingSecurityScopedResourceWithFilePath(folder()));
     }
 }
 
 TEST_F(BookmarkTest, UnreachableFolderCannotBeAccessed) {
+    // Root passes every permission check, so as root the probe runs in a child that has dropped
+    // to nobody, and the parent, as root, still reaches the folder.
+    const auto expectRefused = [this](const QString &path) {
+        if (::geteuid() != 0) {
+            EXPECT_FALSE(start(path)) << path.toStdString();
+            return;
+        }
+        EXPECT_TRUE(start(path));
+        EXPECT_EQ(scratchhome::runAsNobody([&] { return start(path) ? 1 : 0; }), 0)
+            << path.toStdString();
+    };
+    // Under a mode-000 folder, stat() fails too, so resolving fails first.
     const QString locked = m_dir.filePath(u"locked"_s);
     const QString inner = locked + u"/inner"_s;
     ASSERT_TRUE(QDir().mkpath(inner));
     ASSERT_TRUE(m_bookmarks.saveOpenFileToBookmarkWithFilePath(inner));
-    ASSERT_EQ(::chmod(QFile::encodeName(locked).constData(), 0), 0);
-
-    if (::geteuid() == 0) {
-        // Root passes every permission check, so the unreachable case is probed by a child that
-        // has dropped to nobody; the parent, as root, still reaches the folder.
-        EXPECT_TRUE(m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(inner));
-        const int code = scratchhome::runAsNobody([this, &inner] {
-            // stat() of a path under a mode-000 folder fails too, so resolving fails first.
-            return m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(inner) ? 1
-                                                                                               : 0;
-        });
-        EXPECT_EQ(code, 0);
-    } else {
-        EXPECT_FALSE(m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(inner));
-    }
-    ::chmod(QFile::encodeName(locked).constData(), 0700);
-}
-
-TEST_F(BookmarkTest, ReadableButNotSearchableFolderCannotBeAccessed) {
     ASSERT_TRUE(m_bookmarks.saveOpenFileToBookmarkWithFilePath(folder()));
-    ASSERT_EQ(::chmod(QFile::encodeName(folder()).constData(), 0444), 0);
-    // The temporary folder is private to root; let nobody through to it for this probe.
+    // The temporary folder is private to root; let nobody through to it.
     ASSERT_EQ(::chmod(QFile::encodeName(m_dir.path()).constData(), 0755), 0);
-    if (::geteuid() == 0) {
-        const int code = scratchhome::runAsNobody([this] {
-            return m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(folder())
-                       ? 1
-                       : 0;
-        });
-        EXPECT_EQ(code, 0);
-    } else {
-        EXPECT_FALSE(
-            m_bookmarks.BookmarkStartAccessingSecurityScopedResourceWithFilePath(folder()));
-    }
+    ASSERT_EQ(::chmod(QFile::encodeName(locked).constData(), 0), 0);
+    ASSERT_EQ(::chmod(QFile::encodeName(folder()).constData(), 0444),
+              0); // readable, not searchable
+    expectRefused(inner);
+    expectRefused(folder());
+    ::chmod(QFile::encodeName(locked).constData(), 0700);
     ::chmod(QFile::encodeName(folder()).constData(), 0700);
-}
-
-TEST(BookmarkShared, IsOneInstance) {
-    EXPECT_EQ(&LLShareBookmark::defaultShareBookmark(), &LLShareBookmark::defaultShareBookmark());
 }
 
 } // namespace

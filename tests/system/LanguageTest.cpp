@@ -40,13 +40,11 @@ INSTANTIATE_TEST_SUITE_P(
         ChoiceCase{"simplified Chinese", QStringList{u"zh-Hans-CN"_s, u"en"_s}, u"zh-Hans"_s},
         ChoiceCase{"upper-case simplified", QStringList{u"ZH-HANS"_s}, u"zh-Hans"_s},
         ChoiceCase{"traditional Chinese", QStringList{u"ZH-HANT"_s}, u"en"_s},
-        ChoiceCase{"traditional Taiwan", QStringList{u"zh-Hant-TW"_s}, u"en"_s},
         ChoiceCase{"bare zh", QStringList{u"zh"_s}, u"en"_s},
         ChoiceCase{"Japanese", QStringList{u"ja-JP"_s}, u"ja"_s},
         ChoiceCase{"German Switzerland", QStringList{u"de-CH"_s}, u"de"_s},
         ChoiceCase{"French Canada", QStringList{u"fr-CA"_s}, u"fr"_s},
         ChoiceCase{"only the first counts", QStringList{u"pt-BR"_s, u"fr"_s}, u"en"_s},
-        ChoiceCase{"English first", QStringList{u"en-GB"_s, u"de"_s}, u"en"_s},
         ChoiceCase{"empty list", QStringList{}, u"en"_s},
         ChoiceCase{"empty first entry", QStringList{u""_s, u"de"_s}, u"en"_s},
         ChoiceCase{"missing value", QVariant(), u"en"_s},
@@ -54,8 +52,7 @@ INSTANTIATE_TEST_SUITE_P(
         ChoiceCase{"a number", QVariant(42), u"en"_s},
         ChoiceCase{"list of strings as variants", QVariantList{u"de-AT"_s, u"en"_s}, u"de"_s},
         ChoiceCase{"non-string first entry", QVariantList{7, u"fr"_s}, u"en"_s},
-        ChoiceCase{"non-string later entry", QVariantList{u"fr"_s, true}, u"en"_s},
-        ChoiceCase{"empty variant list", QVariantList{}, u"en"_s}));
+        ChoiceCase{"non-string later entry", QVariantList{u"fr"_s, true}, u"en"_s}));
 
 TEST(LanguageTags, LocaleNamesBecomeScriptTags) {
     const QStringList tags =
@@ -111,6 +108,7 @@ TEST_F(LanguageSwitchTest, EachLanguageAnswersEveryLaterLookup) {
         EXPECT_EQ(qtTrId("disk_action_eject"), eject) << language.toStdString();
         // Also through the plain translate call, not only qtTrId.
         EXPECT_EQ(QCoreApplication::translate(nullptr, "disk_action_eject"), eject);
+        EXPECT_EQ(qtTrId("no_such_key_anywhere"), u"no_such_key_anywhere"_s);
     }
 }
 
@@ -124,13 +122,6 @@ TEST_F(LanguageSwitchTest, FormatTextsTakeTheirValuesInOrder) {
     MuLanguage::setLanguage(u"fr"_s);
     EXPECT_EQ(qtTrId("diskrename_failed_tip").arg(u"label too long"_s),
               u"Impossible de renommer le disque\u00a0: label too long"_s);
-}
-
-TEST_F(LanguageSwitchTest, MissingKeyShowsTheKey) {
-    for (const QString &language : TranslationFiles::languages()) {
-        MuLanguage::setLanguage(language);
-        EXPECT_EQ(qtTrId("no_such_key_anywhere"), u"no_such_key_anywhere"_s);
-    }
 }
 
 TEST_F(LanguageSwitchTest, LocalizedStringForKeyFallsBackToValueThenKey) {

@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 
 using namespace Qt::StringLiterals;
@@ -77,32 +78,26 @@ TEST_F(AuthorizerTest, SingleProbeClassifiesTheError) {
     }
 }
 
-TEST_F(AuthorizerTest, AllFilesAbsentIsNotDetermined) {
-    EXPECT_EQ(m_authorizer.authorizationStatus(), NTFullDiskAuthorizationStatusNotDetermined);
-    EXPECT_EQ(m_files->opened, m_authorizer.probePaths());
-}
-
-TEST_F(AuthorizerTest, FirstReadableFileDecidesAndStopsTheProbe) {
-    m_files->errors[probe(0)] = EPERM;
-    m_files->errors[probe(1)] = 0;
-    m_files->errors[probe(2)] = EACCES;
-    EXPECT_EQ(m_authorizer._fullDiskAuthorizationStatus(), NTFullDiskAuthorizationStatusAuthorized);
-    EXPECT_EQ(m_files->opened, (QStringList{probe(0), probe(1)}));
-}
-
-TEST_F(AuthorizerTest, ReadableLastFileOutweighsRefusals) {
-    m_files->errors[probe(0)] = EACCES;
-    m_files->errors[probe(1)] = EPERM;
-    m_files->errors[probe(2)] = EACCES;
-    m_files->errors[probe(3)] = 0;
-    EXPECT_EQ(m_authorizer._fullDiskAuthorizationStatus(), NTFullDiskAuthorizationStatusAuthorized);
-}
-
-TEST_F(AuthorizerTest, RefusalsWithoutAReadableFileAreDenied) {
-    m_files->errors[probe(0)] = EPERM;
-    m_files->errors[probe(2)] = EACCES;
-    EXPECT_EQ(m_authorizer._fullDiskAuthorizationStatus(), NTFullDiskAuthorizationStatusDenied);
-    EXPECT_EQ(m_files->opened.size(), 4);
+// The first readable file decides and stops the probe; refusals alone deny.
+TEST_F(AuthorizerTest, StatusOverTheFourFiles) {
+    constexpr int kAbsent = ENOENT;
+    const struct {
+        std::array<int, 4> errors;
+        NTFullDiskAuthorizationStatus status;
+        qsizetype opened;
+    } cases[] = {
+        {{kAbsent, kAbsent, kAbsent, kAbsent}, NTFullDiskAuthorizationStatusNotDetermined, 4},
+        {{EPERM, 0, EACCES, kAbsent}, NTFullDiskAuthorizationStatusAuthorized, 2},
+        {{EACCES, EPERM, EACCES, 0}, NTFullDiskAuthorizationStatusAuthorized, 4},
+        {{EPERM, kAbsent, EACCES, kAbsent}, NTFullDiskAuthorizationStatusDenied, 4},
+    };
+    for (const auto &c : cases) {
+        m_files->opened.clear();
+        for (int i = 0; i < 4; ++i)
+            m_files->errors[probe(i)] = c.errors[size_t(i)];
+        EXPECT_EQ(m_authorizer.authorizationStatus(), c.status);
+        EXPECT_EQ(m_files->opened, m_authorizer.probePaths().mid(0, c.opened));
+    }
 }
 
 TEST_F(AuthorizerTest, RequestOpensTheGuideAndNeverCallsTheCompletion) {
@@ -158,12 +153,6 @@ TEST_F(HomeFolder, ConfinedUsesThePasswordDatabase) {
         EXPECT_EQ(authorizer.userHomeFolderPath(), passwordHome()) << marker;
         qunsetenv(marker);
     }
-}
-
-TEST_F(HomeFolder, GivenPathReplacesTheCache) {
-    NTFullDiskAccessAuthorizer authorizer;
-    authorizer.setUserHomeFolderPath(u"/srv/home"_s);
-    EXPECT_EQ(authorizer.userHomeFolderPath(), u"/srv/home"_s);
 }
 
 TEST(HomeFolderDeathTest, ConfinedUserWithoutPasswordEntryStops) {

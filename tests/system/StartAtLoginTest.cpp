@@ -78,15 +78,12 @@ TEST_F(AutostartTest, EnablingWritesAnEntryThatStartsTheProgram) {
     }
     EXPECT_EQ(XdgAutostart().copyAllJobDictionaries(),
               QList<QVariantMap>{job(u"com.corvin.VantreloLaunch"_s, true)});
-}
 
-TEST_F(AutostartTest, DisablingRemovesTheEntryAndSucceedsWhenThereIsNone) {
-    XdgAutostart service({}, u"/usr/bin/vantrelo"_s);
-    EXPECT_TRUE(service.setLoginItemEnabled(u"x"_s, false));
-    ASSERT_TRUE(service.setLoginItemEnabled(u"x"_s, true));
-    EXPECT_TRUE(QFile::exists(entry(u"x.desktop"_s)));
-    EXPECT_TRUE(service.setLoginItemEnabled(u"x"_s, false));
-    EXPECT_FALSE(QFile::exists(entry(u"x.desktop"_s)));
+    // Disabling removes the entry, and succeeds when there is none.
+    XdgAutostart service;
+    EXPECT_TRUE(service.setLoginItemEnabled(u"com.corvin.VantreloLaunch"_s, false));
+    EXPECT_FALSE(QFile::exists(entry(u"com.corvin.VantreloLaunch.desktop"_s)));
+    EXPECT_TRUE(service.setLoginItemEnabled(u"com.corvin.VantreloLaunch"_s, false));
 }
 
 TEST_F(AutostartTest, RefusesIdentifiersThatLeaveTheFolderAndUnwritableFolders) {
@@ -135,9 +132,14 @@ public:
     QStringList events;
 };
 
-TEST(StartAtLoginController, WithoutIdentifierAnswersNoAndIgnoresWrites) {
+std::shared_ptr<FakeLoginItems> fakeWith(const QList<QVariantMap> &jobs) {
     auto fake = std::make_shared<FakeLoginItems>();
-    fake->jobs = {job(QString(), true)};
+    fake->jobs = jobs;
+    return fake;
+}
+
+TEST(StartAtLoginController, WithoutIdentifierAnswersNoAndIgnoresWrites) {
+    auto fake = fakeWith({job(QString(), true)});
     TLStartAtLoginController controller(fake);
     SignalLog log(&controller);
     EXPECT_FALSE(controller.startAtLogin());
@@ -149,8 +151,7 @@ TEST(StartAtLoginController, WithoutIdentifierAnswersNoAndIgnoresWrites) {
 }
 
 TEST(StartAtLoginController, ReadsTheFirstMatchingJob) {
-    auto fake = std::make_shared<FakeLoginItems>();
-    fake->jobs = {job(u"other"_s, true), job(u"id"_s, false), job(u"id"_s, true)};
+    auto fake = fakeWith({job(u"other"_s, true), job(u"id"_s, false), job(u"id"_s, true)});
     TLStartAtLoginController controller(u"id"_s, fake);
     EXPECT_FALSE(controller.startAtLogin());
     EXPECT_FALSE(controller.enabled());
@@ -160,8 +161,7 @@ TEST(StartAtLoginController, ReadsTheFirstMatchingJob) {
 }
 
 TEST(StartAtLoginController, ReadAnnouncesOnlyRealChanges) {
-    auto fake = std::make_shared<FakeLoginItems>();
-    fake->jobs = {job(u"id"_s, true)};
+    auto fake = fakeWith({job(u"id"_s, true)});
     TLStartAtLoginController controller(u"id"_s, fake);
     EXPECT_TRUE(controller.enabled()); // setIdentifier read the job list
     SignalLog log(&controller);
@@ -174,8 +174,7 @@ TEST(StartAtLoginController, ReadAnnouncesOnlyRealChanges) {
 }
 
 TEST(StartAtLoginController, WriteReportsTheRequestNotTheState) {
-    auto fake = std::make_shared<FakeLoginItems>();
-    fake->jobs = {job(u"id"_s, true)};
+    auto fake = fakeWith({job(u"id"_s, true)});
     TLStartAtLoginController controller(u"id"_s, fake);
     SignalLog log(&controller);
 
@@ -197,7 +196,7 @@ TEST(StartAtLoginController, WriteReportsTheRequestNotTheState) {
 }
 
 TEST(StartAtLoginController, PropertiesAreReachableByName) {
-    auto fake = std::make_shared<FakeLoginItems>();
+    auto fake = fakeWith({});
     TLStartAtLoginController controller(u"id"_s, fake);
     EXPECT_TRUE(controller.setProperty("startAtLogin", true));
     EXPECT_EQ(fake->calls, QStringList{u"id=on"_s});
