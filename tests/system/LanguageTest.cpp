@@ -52,7 +52,8 @@ INSTANTIATE_TEST_SUITE_P(
         ChoiceCase{"a number", QVariant(42), u"en"_s},
         ChoiceCase{"list of strings as variants", QVariantList{u"de-AT"_s, u"en"_s}, u"de"_s},
         ChoiceCase{"non-string first entry", QVariantList{7, u"fr"_s}, u"en"_s},
-        ChoiceCase{"non-string later entry", QVariantList{u"fr"_s, true}, u"en"_s}));
+        ChoiceCase{"non-string later entry", QVariantList{u"fr"_s, true}, u"en"_s},
+        ChoiceCase{"empty variant list", QVariantList{}, u"en"_s}));
 
 TEST(LanguageTags, LocaleNamesBecomeScriptTags) {
     const QStringList tags =
