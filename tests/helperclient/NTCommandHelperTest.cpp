@@ -155,6 +155,7 @@ INSTANTIATE_TEST_SUITE_P(
                         {u"reply"_s, QCborMap{{u"result"_s, QString(wire::kMaxMessageSize, u'x')}}}}
                    .toCborValue()
                    .toCbor()),
+        // An oversize length alone, an array, a request's shape, a number result, not CBOR.
         QByteArray::fromHex("00010001"), framed(QByteArray::fromHex("8101")),
         framed(QByteArray::fromHex("a36269640164636f64650169706172616d65746572a0")),
         framed(QByteArray::fromHex("a262696401657265706c79a166726573756c7401")),
