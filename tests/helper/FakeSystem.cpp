@@ -10,16 +10,16 @@ namespace helpertest {
 
 FakeSystem::FakeSystem() {
     const QString pci = u"devices/pci0000:00/0000:00:1f.2/ata%1/host0/target0:0:0/0:0:0:0/block"_s;
-    addDisk(pci.arg(1), u"sda"_s, 8, 0, {u"sda1"_s, u"sda2"_s, u"sda3"_s}, false);
+    addDisk(pci.arg(1), u"sda"_s, 8, 0, {u"sda1"_s, u"sda2"_s, u"sda3"_s});
     addDisk(u"devices/pci0000:00/0000:00:14.0/usb1/1-1/1-1:1.0/host6/target6:0:0/6:0:0:0/block"_s,
-            u"sdb"_s, 8, 16, {u"sdb1"_s}, false);
-    addDisk(pci.arg(2), u"sdc"_s, 8, 32, {u"sdc1"_s}, false);
-    addDisk(pci.arg(3), u"sdd"_s, 8, 48, {u"sdd1"_s}, false);
+            u"sdb"_s, 8, 16, {u"sdb1"_s});
+    addDisk(pci.arg(2), u"sdc"_s, 8, 32, {u"sdc1"_s});
+    addDisk(pci.arg(3), u"sdd"_s, 8, 48, {u"sdd1"_s});
     addDisk(u"devices/platform/soc/mmc_host/mmc0/mmc0:0001/block"_s, u"mmcblk0"_s, 179, 0,
-            {u"mmcblk0p1"_s}, false);
-    addDisk(u"devices/virtual/block"_s, u"loop0"_s, 7, 0, {u"loop0p1"_s, u"loop0p2"_s}, false);
-    addDisk(u"devices/virtual/block"_s, u"loop1"_s, 7, 1, {}, false);
-    addDisk(u"devices/virtual/block"_s, u"dm-0"_s, 254, 0, {}, false);
+            {u"mmcblk0p1"_s});
+    addDisk(u"devices/virtual/block"_s, u"loop0"_s, 7, 0, {u"loop0p1"_s, u"loop0p2"_s});
+    addDisk(u"devices/virtual/block"_s, u"loop1"_s, 7, 1, {});
+    addDisk(u"devices/virtual/block"_s, u"dm-0"_s, 254, 0, {});
     // dm-0 is built on sda3.
     QDir().mkpath(path(u"sys/devices/virtual/block/dm-0/slaves"_s));
     QFile::link(u"../../../../"_s + pci.arg(1) + u"/sda/sda3"_s,
@@ -61,10 +61,10 @@ void FakeSystem::removeFuse() const {
 }
 
 void FakeSystem::addDisk(const QString &devicePath, const QString &disk, int major, int minor,
-                         const QStringList &partitions, bool removable) {
+                         const QStringList &partitions) {
     const QString diskDir = u"sys/"_s + devicePath + u'/' + disk;
     writeFile(diskDir + u"/dev"_s, u"%1:%2\n"_s.arg(major).arg(minor).toUtf8());
-    writeFile(diskDir + u"/removable"_s, removable ? "1\n" : "0\n");
+    writeFile(diskDir + u"/removable"_s, "0\n");
     writeFile(u"dev/"_s + disk, {});
     QDir().mkpath(path(u"sys/class/block"_s));
     QDir().mkpath(path(u"sys/dev/block"_s));
@@ -92,7 +92,15 @@ void FakeSystem::setMounts(const QStringList &lines) {
     addMount(u"/dev/mapper/home"_s, u"/home"_s, u"ext4"_s, u"rw,relatime"_s);
     addMount(u"proc"_s, u"/proc"_s, u"proc"_s, u"rw"_s);
     m_mountLines << lines;
+    writeMountInfo();
+}
+
+void FakeSystem::writeMountInfo() const {
     writeFile(u"proc/self/mountinfo"_s, m_mountLines.join(u'\n').toUtf8() + '\n');
+}
+
+static QString escapedMountField(QString field) {
+    return field.replace(u'\\', u"\\134"_s).replace(u' ', u"\\040"_s);
 }
 
 void FakeSystem::addMount(const QString &device, const QString &target, const QString &fsType,
@@ -106,19 +114,17 @@ void FakeSystem::addMount(const QString &device, const QString &target, const QS
         if (devFile.open(QIODevice::ReadOnly))
             numbers = QString::fromUtf8(devFile.readAll()).trimmed();
     }
-    QString escapedTarget = target;
-    escapedTarget.replace(u'\\', u"\\134"_s).replace(u' ', u"\\040"_s);
     m_mountLines << u"%1 1 %2 / %3 %4 shared:1 - %5 %6 %7"_s.arg(m_nextMountId++)
-                        .arg(numbers, escapedTarget, options, fsType, device, superOptions);
-    writeFile(u"proc/self/mountinfo"_s, m_mountLines.join(u'\n').toUtf8() + '\n');
+                        .arg(numbers, escapedMountField(target), options, fsType, device,
+                             superOptions);
+    writeMountInfo();
 }
 
 void FakeSystem::removeMount(const QString &target) {
-    QString escaped = target;
-    escaped.replace(u'\\', u"\\134"_s).replace(u' ', u"\\040"_s);
+    const QString escaped = escapedMountField(target);
     m_mountLines.removeIf(
         [&escaped](const QString &line) { return line.split(u' ').value(4) == escaped; });
-    writeFile(u"proc/self/mountinfo"_s, m_mountLines.join(u'\n').toUtf8() + '\n');
+    writeMountInfo();
 }
 
 helper::ToolResult FakeToolRunner::run(const QString &program, const QStringList &arguments,
@@ -140,19 +146,11 @@ bool FakeToolRunner::spawnAs(const QString &program, const QStringList &argument
 }
 
 helper::ToolResult FakeToolRunner::success(const QString &output) {
-    helper::ToolResult result;
-    result.started = true;
-    result.exitCode = 0;
-    result.output = output;
-    return result;
+    return {true, false, 0, output, {}};
 }
 
 helper::ToolResult FakeToolRunner::failure(int exitCode, const QString &errorOutput) {
-    helper::ToolResult result;
-    result.started = true;
-    result.exitCode = exitCode;
-    result.errorOutput = errorOutput;
-    return result;
+    return {true, false, exitCode, {}, errorOutput};
 }
 
 } // namespace helpertest

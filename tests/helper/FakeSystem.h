@@ -38,7 +38,8 @@ public:
 
 private:
     void addDisk(const QString &devicePath, const QString &disk, int major, int minor,
-                 const QStringList &partitions, bool removable);
+                 const QStringList &partitions);
+    void writeMountInfo() const;
 
     QTemporaryDir m_dir;
     QStringList m_mountLines;

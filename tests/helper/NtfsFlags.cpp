@@ -3,6 +3,8 @@
 #include <QFile>
 #include <QtEndian>
 
+#include <optional>
+
 namespace helpertest {
 
 namespace {
@@ -53,20 +55,6 @@ qsizetype flagsOffset(const QByteArray &record) {
 }
 
 } // namespace
-
-std::optional<quint16> ntfsVolumeFlags(const QString &devicePath) {
-    QFile device(devicePath);
-    if (!device.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    const auto layout = readLayout(device);
-    if (!layout || !device.seek(layout->mftOffset))
-        return std::nullopt;
-    const QByteArray record = device.read(layout->recordSize);
-    const qsizetype at = flagsOffset(record);
-    if (at < 0)
-        return std::nullopt;
-    return qFromLittleEndian<quint16>(record.constData() + at);
-}
 
 bool markNtfsDirty(const QString &devicePath) {
     QFile device(devicePath);

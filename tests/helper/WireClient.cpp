@@ -58,22 +58,28 @@ bool WireClient::send(const wire::Request &request) {
     return !frame.isEmpty() && sendRaw(frame);
 }
 
+ssize_t WireClient::receiveSome(char *buffer, size_t size, int guardMs) {
+    for (;;) {
+        pollfd pfd{m_fd, POLLIN, 0};
+        const int ready = ::poll(&pfd, 1, guardMs);
+        if (ready < 0 && errno == EINTR)
+            continue;
+        if (ready == 0)
+            errno = ETIMEDOUT;
+        return ready <= 0 ? -1 : ::recv(m_fd, buffer, size, 0);
+    }
+}
+
 std::optional<wire::Reply> WireClient::receive(int guardMs) {
     for (;;) {
         QByteArray body;
         const auto status = m_reader.next(&body);
         if (status == wire::FrameReader::Status::Frame)
             return wire::decodeReply(body);
-        if (status == wire::FrameReader::Status::Error)
-            return std::nullopt;
-        pollfd pfd{m_fd, POLLIN, 0};
-        const int ready = ::poll(&pfd, 1, guardMs);
-        if (ready < 0 && errno == EINTR)
-            continue;
-        if (ready <= 0)
-            return std::nullopt;
         char buffer[16384];
-        const ssize_t n = ::recv(m_fd, buffer, sizeof buffer, 0);
+        const ssize_t n = status == wire::FrameReader::Status::Error
+                              ? -1
+                              : receiveSome(buffer, sizeof buffer, guardMs);
         if (n <= 0)
             return std::nullopt;
         m_reader.append(QByteArrayView(buffer, n));
@@ -102,13 +108,7 @@ QString WireClient::result(quint64 code, const wire::Dictionary &parameter, int 
 bool WireClient::closedByServer(int guardMs) {
     char buffer[4096];
     for (;;) {
-        pollfd pfd{m_fd, POLLIN, 0};
-        const int ready = ::poll(&pfd, 1, guardMs);
-        if (ready < 0 && errno == EINTR)
-            continue;
-        if (ready <= 0)
-            return false;
-        const ssize_t n = ::recv(m_fd, buffer, sizeof buffer, 0);
+        const ssize_t n = receiveSome(buffer, sizeof buffer, guardMs);
         if (n == 0 || (n < 0 && errno == ECONNRESET))
             return true;
         if (n < 0)

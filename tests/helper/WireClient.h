@@ -28,11 +28,12 @@ public:
     QString result(quint64 code, const wire::Dictionary &parameter = {}, int guardMs = 300000);
     // True when the server closes the connection (reads until end of stream).
     bool closedByServer(int guardMs = 30000);
-    int fd() const { return m_fd; }
 
 private:
     explicit WireClient(int fd)
         : m_fd(fd) {}
+    // Waits for bytes or the end of the stream; recv()'s result, or -1 when nothing came.
+    ssize_t receiveSome(char *buffer, size_t size, int guardMs);
     int m_fd;
     quint64 m_nextId = 1;
     wire::FrameReader m_reader;
