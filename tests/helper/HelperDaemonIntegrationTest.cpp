@@ -122,10 +122,13 @@ protected:
 
     // The volume flags as ntfsinfo reads them (bit 0: dirty); -1 when it cannot tell.
     static int volumeFlags(const QString &devicePath) {
-        const QString info =
-            runCommand(u"ntfsinfo"_s, {u"-f"_s, u"-m"_s, u"--"_s, devicePath}).output;
+        const auto run = runCommand(u"ntfsinfo"_s, {u"-f"_s, u"-m"_s, devicePath});
         bool ok = false;
-        const int flags = info.section(u"Volume Flags: "_s, 1).section(u'\n', 0, 0).toInt(&ok, 0);
+        const int flags = run.output.section(u"Volume Flags: "_s, 1)
+                              .section(u'\n', 0, 0)
+                              .section(u' ', 0, 0)
+                              .toInt(&ok, 0);
+        EXPECT_TRUE(ok) << run.output.toStdString();
         return ok ? flags : -1;
     }
 
