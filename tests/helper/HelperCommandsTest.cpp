@@ -164,7 +164,7 @@ TEST_F(HelperCommandsTest, MountReadWriteFailuresExplainAndRestore) {
     const QString hibernated = u"Windows is hibernated, refused to mount.\nThe disk contains an "
                                u"unclean file system (0, 0).\nMetadata kept in Windows cache, "
                                u"refused to mount."_s;
-    const QStringList windowsAdvice{u"Fast Startup"_s, u"shut it down fully"_s};
+    const QStringList advice{u"Fast Startup"_s, u"shut it down fully"_s};
     const QString eperm = u"fuse: failed to open /dev/fuse: Operation not permitted"_s;
     const QStringList noAccess{u"nofulldiskaccess"_s};
     struct Case {
@@ -177,21 +177,22 @@ TEST_F(HelperCommandsTest, MountReadWriteFailuresExplainAndRestore) {
         QStringList expected; // the whole answer when `exact`, else parts of it
         bool exact, unmounts, remountsReadOnly;
     };
-    const QString fuse = u"fuseblk"_s, ntfs = u"ntfs"_s;
+    const QString fuse = u"fuseblk"_s, ntfs = u"ntfs"_s, ext4 = u"ext4"_s,
+                  busyError = u"target is busy"_s;
     const QStringList busy{u"in use"_s}, notNtfs{u"not NTFS"_s}, absent{u"not mounted"_s};
     // clang-format off
     const QList<Case> cases{
         // what, mounted as, probed, umount error, ntfs-3g exit and error, fell back read-only,
         // privileged, fuse, answer, exact, unmounts, remounts read-only
-        {"hibernated (14)", fuse, ntfs, {}, 14, hibernated, false, true, true, windowsAdvice, false, true, true},
-        {"unclean (15)", fuse, ntfs, {}, 15, hibernated, false, true, true, windowsAdvice, false, true, true},
-        {"fell back read-only", fuse, ntfs, {}, 0, hibernated, true, true, true, windowsAdvice, false, true, false},
+        {"hibernate", fuse, ntfs, {}, 14, hibernated, false, true, true, advice, false, true, true},
+        {"unclean", fuse, ntfs, {}, 15, hibernated, false, true, true, advice, false, true, true},
+        {"fell back", fuse, ntfs, {}, 0, hibernated, true, true, true, advice, false, true, false},
         {"EPERM", fuse, ntfs, {}, 21, eperm, false, true, true, noAccess, true, true, true},
         {"not root", fuse, ntfs, {}, 0, {}, false, false, true, noAccess, true, false, false},
-        {"no /dev/fuse", fuse, ntfs, {}, 0, {}, false, true, false, noAccess, true, false, false},
-        {"not NTFS", u"ext4"_s, u"ext4"_s, {}, 0, {}, false, true, true, notNtfs, false, false, false},
-        {"busy", fuse, ntfs, u"target is busy"_s, 0, {}, false, true, true, busy, false, true, false},
-        {"kernel driver", u"ntfs3"_s, ntfs, {}, 0, {}, false, true, true, {u""_s}, true, true, false},
+        {"no fuse", fuse, ntfs, {}, 0, {}, false, true, false, noAccess, true, false, false},
+        {"not NTFS", ext4, ext4, {}, 0, {}, false, true, true, notNtfs, false, false, false},
+        {"busy", fuse, ntfs, busyError, 0, {}, false, true, true, busy, false, true, false},
+        {"ntfs3", u"ntfs3"_s, ntfs, {}, 0, {}, false, true, true, {u""_s}, true, true, false},
         {"not mounted", {}, ntfs, {}, 0, {}, false, true, true, absent, false, false, false},
     };
     // clang-format on
