@@ -113,27 +113,20 @@ TEST_F(AuthorizerTest, RequestOpensTheGuideAndNeverCallsTheCompletion) {
 class HomeFolder : public ::testing::Test {
 protected:
     void SetUp() override {
-        for (const char *name : {"HOME", "APP_SANDBOX_CONTAINER_ID", "SNAP"})
-            m_saved.append({name, qgetenv(name), qEnvironmentVariableIsSet(name)});
         qunsetenv("APP_SANDBOX_CONTAINER_ID");
         qunsetenv("SNAP");
     }
     void TearDown() override {
-        for (const auto &[name, value, wasSet] : m_saved) {
-            if (wasSet)
-                qputenv(name, value);
-            else
-                qunsetenv(name);
-        }
+        for (const auto &[name, value] : m_saved)
+            value.isNull() ? qunsetenv(name) : qputenv(name, value);
     }
     static QString passwordHome() { return QFile::decodeName(::getpwuid(::getuid())->pw_dir); }
 
-    struct Saved {
-        const char *name;
-        QByteArray value;
-        bool wasSet;
-    };
-    QList<Saved> m_saved;
+    // qgetenv gives a null array for an unset variable.
+    const std::pair<const char *, QByteArray> m_saved[3] = {
+        {"HOME", qgetenv("HOME")},
+        {"APP_SANDBOX_CONTAINER_ID", qgetenv("APP_SANDBOX_CONTAINER_ID")},
+        {"SNAP", qgetenv("SNAP")}};
 };
 
 TEST_F(HomeFolder, UnconfinedUsesTheOrdinaryHomeAndCachesIt) {
