@@ -8,10 +8,10 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
-// Replays the request fuzzer's corpus through the same entry, so findings stay fixed in the
-// ordinary build.
-TEST(HelperCorpusReplay, EveryCorpusFileRunsCleanly) {
-    const QDir corpus(QStringLiteral(VANTRELO_HELPER_CORPUS));
+// Replays a fuzzer's stored corpus through the fuzz entry it is linked with, so findings stay
+// fixed in the plain build. VANTRELO_FUZZ_CORPUS names the corpus folder.
+TEST(CorpusReplay, EveryCorpusFileRunsCleanly) {
+    const QDir corpus(QStringLiteral(VANTRELO_FUZZ_CORPUS));
     const QStringList files = corpus.entryList(QDir::Files, QDir::Name);
     ASSERT_GE(files.size(), 10) << "corpus missing at " << corpus.path().toStdString();
     for (const QString &name : files) {
