@@ -334,7 +334,8 @@ wire::Dictionary HelperCommands::eject(const QString &disk, const Caller &caller
         disk, toolText(ejected)));
 }
 
-wire::Dictionary HelperCommands::repair(const QString &device, const Caller &caller) const {
+wire::Dictionary HelperCommands::whileUnmounted(const QString &device, const Caller &caller,
+                                                const std::function<QString()> &tool) const {
     std::optional<MountEntry> mount;
     if (const QString problem = singleMount(device, caller, &mount); !problem.isEmpty())
         return result(problem);
@@ -344,15 +345,21 @@ wire::Dictionary HelperCommands::repair(const QString &device, const Caller &cal
         if (const QString problem = unmount(*mount); !problem.isEmpty())
             return result(problem);
     }
-    const ToolResult fixed =
-        m_runner.run(u"ntfsfix"_s, {u"-d"_s, devicePath(device)}, m_settings.longLimit);
-    QString text =
-        fixed.ok() ? QString() : failure(u"ntfsfix could not repair %1"_s.arg(device), fixed);
+    QString text = tool();
     if (mount) {
         if (const QString problem = restore(device, *mount); !problem.isEmpty())
             text = text.isEmpty() ? problem : text + u" "_s + problem;
     }
     return result(text);
+}
+
+wire::Dictionary HelperCommands::repair(const QString &device, const Caller &caller) const {
+    return whileUnmounted(device, caller, [&] {
+        const ToolResult fixed =
+            m_runner.run(u"ntfsfix"_s, {u"-d"_s, devicePath(device)}, m_settings.longLimit);
+        return fixed.ok() ? QString()
+                          : failure(u"ntfsfix could not repair %1"_s.arg(device), fixed);
+    });
 }
 
 wire::Dictionary HelperCommands::erase(const QString &device, const Caller &caller) const {
@@ -393,26 +400,13 @@ wire::Dictionary HelperCommands::erase(const QString &device, const Caller &call
 
 wire::Dictionary HelperCommands::rename(const QString &device, const QString &label,
                                         const Caller &caller) const {
-    std::optional<MountEntry> mount;
-    if (const QString problem = singleMount(device, caller, &mount); !problem.isEmpty())
-        return result(problem);
-    if (const QString problem = requireNtfs(device); !problem.isEmpty())
-        return result(problem);
     // ntfslabel will not write to a mounted volume.
-    if (mount) {
-        if (const QString problem = unmount(*mount); !problem.isEmpty())
-            return result(problem);
-    }
-    const ToolResult labelled =
-        m_runner.run(u"ntfslabel"_s, {devicePath(device), label}, m_settings.quickLimit);
-    QString text = labelled.ok()
-                       ? QString()
-                       : failure(u"ntfslabel could not rename %1"_s.arg(device), labelled);
-    if (mount) {
-        if (const QString problem = restore(device, *mount); !problem.isEmpty())
-            text = text.isEmpty() ? problem : text + u" "_s + problem;
-    }
-    return result(text);
+    return whileUnmounted(device, caller, [&] {
+        const ToolResult labelled =
+            m_runner.run(u"ntfslabel"_s, {devicePath(device), label}, m_settings.quickLimit);
+        return labelled.ok() ? QString()
+                             : failure(u"ntfslabel could not rename %1"_s.arg(device), labelled);
+    });
 }
 
 } // namespace helper

@@ -80,6 +80,10 @@ private:
                               const Caller &caller) const;
     // Mounts the volume again the way `mount` describes; "" or why not.
     QString restore(const QString &device, const MountEntry &mount) const;
+    // Runs `tool` (which answers "" or why it failed) on the NTFS volume while it is unmounted,
+    // then mounts it again as it was.
+    wire::Dictionary whileUnmounted(const QString &device, const Caller &caller,
+                                    const std::function<QString()> &tool) const;
 
     ToolRunner &m_runner;
     const DeviceFacts &m_facts;
