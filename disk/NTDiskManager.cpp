@@ -207,12 +207,12 @@ void NTDiskManager::mountTableDidChange() {
 
     for (const MountEntry &entry : gone)
         diskDidUnMount(entry);
+    DeviceCache devices(*m_system.blockDevices);
     for (const MountEntry &entry : added)
-        diskDidMount(entry);
+        diskDidMount(entry, devices);
 }
 
-void NTDiskManager::diskDidMount(const MountEntry &entry) {
-    DeviceCache devices(*m_system.blockDevices);
+void NTDiskManager::diskDidMount(const MountEntry &entry, DeviceCache &devices) {
     const NTDiskDrivePtr drive = fillRecord(entry, devices);
     if (drive && m_delegate)
         m_delegate->diskDidMount(drive);
@@ -246,8 +246,8 @@ void NTDiskManager::blockDeviceDidChange(const QString &action, const QString &k
             continue;
         if (gone)
             diskDidUnMount(entry);
-        else if (const NTDiskDrivePtr drive = fillRecord(entry, devices); drive && m_delegate)
-            m_delegate->diskDidMount(drive);
+        else
+            diskDidMount(entry, devices);
     }
 }
 

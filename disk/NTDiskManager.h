@@ -57,7 +57,7 @@ private:
 
     NTDiskDrivePtr fillRecord(const MountEntry &entry, DeviceCache &devices) const;
     void applyDeviceFacts(NTDiskDrive &drive, const std::optional<BlockDeviceFacts> &facts) const;
-    void diskDidMount(const MountEntry &entry);
+    void diskDidMount(const MountEntry &entry, DeviceCache &devices);
     void diskDidUnMount(const MountEntry &entry);
     void rememberTable(const QList<MountEntry> &entries);
 
