@@ -57,18 +57,22 @@ QString startBusDaemon(QProcess &daemon, const QString &folder, const QString &t
                  "<allow receive_type=\"error\"/><allow receive_type=\"signal\"/>"
                  "</policy></busconfig>");
     config.close();
-    daemon.setProcessChannelMode(QProcess::MergedChannels);
-    daemon.start(u"dbus-daemon"_s,
-                 {u"--config-file="_s + config.fileName(), u"--nofork"_s, u"--nopidfile"_s});
+    // The address is printed once the bus accepts connections; the socket file alone appears
+    // at bind(), before listen(), and a client connecting then is refused.
+    daemon.start(u"dbus-daemon"_s, {u"--config-file="_s + config.fileName(), u"--nofork"_s,
+                                    u"--nopidfile"_s, u"--print-address"_s});
     if (!daemon.waitForStarted(10000)) {
         *why = u"dbus-daemon cannot be started: "_s + daemon.errorString();
         return {};
     }
-    if (!waitUntil([&] { return QFileInfo::exists(socket); }, 10000)) {
-        *why = u"dbus-daemon made no socket: "_s + QString::fromLocal8Bit(daemon.readAll());
+    if (!waitUntil([&] { return daemon.canReadLine() || daemon.state() != QProcess::Running; },
+                   10000) ||
+        !daemon.canReadLine()) {
+        *why = u"dbus-daemon printed no address: "_s +
+               QString::fromLocal8Bit(daemon.readAllStandardError());
         return {};
     }
-    return u"unix:path="_s + socket;
+    return QString::fromUtf8(daemon.readLine()).trimmed();
 }
 
 void stopProcess(QProcess &process) {
