@@ -3,7 +3,7 @@ vantrelo_add_library(vantrelo_ctl_helper
   SOURCES
     HelperCommands.cpp
   LINK
-    vantrelo_helperclient Qt6::Core)
+    vantrelo_wire vantrelo_util Qt6::Core)
 if(TARGET vantreloctl)
   target_link_libraries(vantreloctl PRIVATE vantrelo_ctl_helper)
 endif()

@@ -1,17 +1,14 @@
 #include "ctl/HelperCommands.h"
 
-#include "helperclient/HelperCommand.h"
-#include "helperclient/NTCommandHelper.h"
+#include "helperclient/wire/HelperCommand.h"
+#include "helperclient/wire/WireClient.h"
+#include "util/InstallPaths.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QLoggingCategory>
+#include <QTextStream>
 
 #include <chrono>
-#include <future>
-#include <memory>
-#include <mutex>
 
 using namespace Qt::StringLiterals;
 
@@ -84,62 +81,27 @@ QString volumeNameOf(const QString &bsdName) {
     return bsdName;
 }
 
-QLoggingCategory::CategoryFilter g_previousFilter = nullptr;
-
-void channelLogFilter(QLoggingCategory *category) {
-    if (g_previousFilter)
-        g_previousFilter(category);
-    if (qstrcmp(category->categoryName(), "vantrelo.helperclient") == 0)
-        category->setEnabled(QtWarningMsg, false);
-}
-
-// The reason goes to `err` once; the channel's own log line would repeat it.
-void quietenChannelLog() {
-    static std::once_flag once;
-    std::call_once(once,
-                   [] { g_previousFilter = QLoggingCategory::installFilter(channelLogFilter); });
-}
-
 struct Outcome {
-    bool replied = false;
+    enum class Kind { Replied, Unreachable, TimedOut };
+    Kind kind = Kind::Unreachable;
     wire::Dictionary reply;
     QString error;
 };
 
-// Sends one command and waits for its reply, its transport error or the bound.
-std::optional<Outcome> sendAndWait(quint64 code, const wire::Dictionary &parameter,
-                                   std::chrono::seconds bound) {
-    // The channel thread needs an application object; the tool's main has none.
-    std::unique_ptr<QCoreApplication> app;
-    static int argc = 1;
-    static char name[] = "vantreloctl";
-    static char *argv[] = {name, nullptr};
-    if (!QCoreApplication::instance())
-        app = std::make_unique<QCoreApplication>(argc, argv);
-
-    struct Shared {
-        std::once_flag once;
-        std::promise<Outcome> promise;
-    };
-    auto shared = std::make_shared<Shared>();
-    std::future<Outcome> future = shared->promise.get_future();
-    std::optional<Outcome> outcome;
-    {
-        NTCommandHelper helper;
-        helper.sendCommand(
-            code, parameter,
-            [shared](const wire::Dictionary &reply) {
-                std::call_once(shared->once, [&] { shared->promise.set_value({true, reply, {}}); });
-            },
-            [shared](const QString &reason) {
-                std::call_once(shared->once, [&] {
-                    shared->promise.set_value({false, {}, reason});
-                });
-            });
-        if (future.wait_for(bound) == std::future_status::ready)
-            outcome = future.get();
-    }
-    return outcome;
+// Sends one command and waits for its reply, a transport error or the bound.
+Outcome sendAndWait(quint64 code, const wire::Dictionary &parameter,
+                    std::chrono::milliseconds bound) {
+    const QString socket = InstallPaths::helperSocket();
+    QString why;
+    const auto client = wire::WireClient::connectTo(socket, &why);
+    if (!client)
+        return {Outcome::Kind::Unreachable, {}, u"cannot connect to %1: %2"_s.arg(socket, why)};
+    const std::optional<wire::Reply> reply = client->call(code, parameter, int(bound.count()));
+    if (reply)
+        return {Outcome::Kind::Replied, reply->reply, {}};
+    return {client->timedOut() ? Outcome::Kind::TimedOut : Outcome::Kind::Unreachable,
+            {},
+            client->lastError()};
 }
 
 void printReply(const wire::Dictionary &reply, QTextStream &out) {
@@ -204,19 +166,18 @@ int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream
         parameter = helpercommand::helperVersionParameter();
     }
 
-    quietenChannelLog();
     const bool version = code == helpercommand::kHelperVersion;
     const std::chrono::seconds bound = version ? kVersionBound : kOperationBound;
-    const std::optional<Outcome> outcome = sendAndWait(code, parameter, bound);
-    if (!outcome) {
+    const Outcome outcome = sendAndWait(code, parameter, bound);
+    if (outcome.kind == Outcome::Kind::TimedOut) {
         err << "no reply from the helper within " << bound.count() << " s" << Qt::endl;
         return TimedOut;
     }
-    if (!outcome->replied) {
-        err << "helper unavailable: " << outcome->error << Qt::endl;
+    if (outcome.kind == Outcome::Kind::Unreachable) {
+        err << "helper unavailable: " << outcome.error << Qt::endl;
         return Unreachable;
     }
-    const std::optional<QString> result = helpercommand::resultOf(outcome->reply);
+    const std::optional<QString> result = helpercommand::resultOf(outcome.reply);
     if (version) {
         if (!result || result->isEmpty()) {
             err << "the helper reported no version" << Qt::endl;
@@ -225,7 +186,7 @@ int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream
         out << *result << Qt::endl;
         return Ok;
     }
-    printReply(outcome->reply, out);
+    printReply(outcome.reply, out);
     out.flush();
     if (!result) {
         err << arguments[0] << " failed: the reply has no result" << Qt::endl;

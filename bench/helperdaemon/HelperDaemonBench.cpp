@@ -1,4 +1,4 @@
-#include "tests/helper/WireClient.h"
+#include "helperclient/wire/WireClient.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,7 +17,7 @@
 #include <vector>
 
 using namespace Qt::StringLiterals;
-using helpertest::WireClient;
+using wire::WireClient;
 
 namespace {
 

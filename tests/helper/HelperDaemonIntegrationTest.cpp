@@ -1,7 +1,7 @@
 #include "helper/DeviceFacts.h"
 #include "helper/HelperCommands.h"
 #include "tests/helper/NtfsFlags.h"
-#include "tests/helper/WireClient.h"
+#include "helperclient/wire/WireClient.h"
 #include "tests/support/LoopImage.h"
 #include "tests/support/QtPrinters.h"
 #include "tests/support/SystemCommand.h"
@@ -21,7 +21,7 @@
 #include <csignal>
 
 using namespace Qt::StringLiterals;
-using helpertest::WireClient;
+using wire::WireClient;
 using testsupport::LoopImage;
 using testsupport::runCommand;
 

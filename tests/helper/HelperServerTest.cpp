@@ -1,6 +1,6 @@
 #include "helper/HelperServer.h"
 
-#include "tests/helper/WireClient.h"
+#include "helperclient/wire/WireClient.h"
 #include "tests/support/QtPrinters.h"
 
 #include <QSemaphore>
@@ -13,7 +13,7 @@
 #include <thread>
 
 using namespace Qt::StringLiterals;
-using helpertest::WireClient;
+using wire::WireClient;
 
 namespace {
 

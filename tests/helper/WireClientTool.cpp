@@ -1,4 +1,4 @@
-#include "tests/helper/WireClient.h"
+#include "helperclient/wire/WireClient.h"
 
 #include <QCoreApplication>
 #include <QStringList>
@@ -26,7 +26,7 @@ int main(int argc, char *argv[]) {
             parameter.insert(arguments[i].left(equals), arguments[i].mid(equals + 1));
     }
     QString why;
-    auto client = helpertest::WireClient::connectTo(arguments[1], &why);
+    auto client = wire::WireClient::connectTo(arguments[1], &why);
     if (!client) {
         std::fprintf(stderr, "cannot connect: %s\n", qPrintable(why));
         return 2;

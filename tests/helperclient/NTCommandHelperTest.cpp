@@ -2,7 +2,7 @@
 
 #include "HelperTestSupport.h"
 #include "StandInHelper.h"
-#include "helperclient/HelperCommand.h"
+#include "helperclient/wire/HelperCommand.h"
 #include "util/InstallPaths.h"
 
 #include <QCborMap>

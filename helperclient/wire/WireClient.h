@@ -7,9 +7,10 @@
 #include <memory>
 #include <optional>
 
-namespace helpertest {
+namespace wire {
 
-// A blocking client of the helper socket for tests and benchmarks.
+// A blocking client of the helper socket. A person at a terminal, a test or a benchmark waits
+// for one answer at a time, so it needs neither an event loop nor a thread.
 class WireClient {
 public:
     static std::unique_ptr<WireClient> connectTo(const QString &path, QString *why = nullptr);
@@ -19,7 +20,8 @@ public:
 
     bool sendRaw(QByteArrayView bytes);
     bool send(const wire::Request &request);
-    // The next reply; nullopt when the connection closed, broke, or nothing came within the guard.
+    // The next reply; nullopt when the connection closed, broke, or nothing came within the guard
+    // (lastError() says which).
     std::optional<wire::Reply> receive(int guardMs = 300000);
     // Sends and waits for the reply with the same id.
     std::optional<wire::Reply> call(quint64 code, const wire::Dictionary &parameter = {},
@@ -28,6 +30,8 @@ public:
     QString result(quint64 code, const wire::Dictionary &parameter = {}, int guardMs = 300000);
     // True when the server closes the connection (reads until end of stream).
     bool closedByServer(int guardMs = 30000);
+    QString lastError() const { return m_lastError; }
+    bool timedOut() const { return m_timedOut; }
 
 private:
     explicit WireClient(int fd)
@@ -37,6 +41,8 @@ private:
     int m_fd;
     quint64 m_nextId = 1;
     wire::FrameReader m_reader;
+    QString m_lastError;
+    bool m_timedOut = false;
 };
 
-} // namespace helpertest
+} // namespace wire

@@ -1,4 +1,4 @@
-#include "helperclient/HelperCommand.h"
+#include "helperclient/wire/HelperCommand.h"
 
 using namespace Qt::StringLiterals;
 

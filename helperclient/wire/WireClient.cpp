@@ -1,4 +1,4 @@
-#include "tests/helper/WireClient.h"
+#include "helperclient/wire/WireClient.h"
 
 #include <QFile>
 
@@ -12,7 +12,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace helpertest {
+namespace wire {
 
 std::unique_ptr<WireClient> WireClient::connectTo(const QString &path, QString *why) {
     sockaddr_un address{};
@@ -55,7 +55,16 @@ bool WireClient::sendRaw(QByteArrayView bytes) {
 
 bool WireClient::send(const wire::Request &request) {
     const QByteArray frame = wire::encodeRequest(request);
-    return !frame.isEmpty() && sendRaw(frame);
+    if (frame.isEmpty()) {
+        m_lastError = u"the request is too large to send"_s;
+        return false;
+    }
+    if (!sendRaw(frame)) {
+        m_lastError =
+            u"the request could not be sent: "_s + QString::fromLocal8Bit(std::strerror(errno));
+        return false;
+    }
+    return true;
 }
 
 ssize_t WireClient::receiveSome(char *buffer, size_t size, int guardMs) {
@@ -71,17 +80,29 @@ ssize_t WireClient::receiveSome(char *buffer, size_t size, int guardMs) {
 }
 
 std::optional<wire::Reply> WireClient::receive(int guardMs) {
+    m_lastError.clear();
+    m_timedOut = false;
     for (;;) {
         QByteArray body;
         const auto status = m_reader.next(&body);
-        if (status == wire::FrameReader::Status::Frame)
-            return wire::decodeReply(body);
-        char buffer[16384];
-        const ssize_t n = status == wire::FrameReader::Status::Error
-                              ? -1
-                              : receiveSome(buffer, sizeof buffer, guardMs);
-        if (n <= 0)
+        if (status == wire::FrameReader::Status::Frame) {
+            std::optional<wire::Reply> reply = wire::decodeReply(body);
+            if (!reply)
+                m_lastError = u"the helper sent a malformed reply"_s;
+            return reply;
+        }
+        if (status == wire::FrameReader::Status::Error) {
+            m_lastError = u"the helper sent a malformed frame"_s;
             return std::nullopt;
+        }
+        char buffer[16384];
+        const ssize_t n = receiveSome(buffer, sizeof buffer, guardMs);
+        if (n <= 0) {
+            m_timedOut = n < 0 && errno == ETIMEDOUT;
+            m_lastError = n == 0 ? u"the helper closed the connection without replying"_s
+                                 : QString::fromLocal8Bit(std::strerror(errno));
+            return std::nullopt;
+        }
         m_reader.append(QByteArrayView(buffer, n));
     }
 }
@@ -116,4 +137,4 @@ bool WireClient::closedByServer(int guardMs) {
     }
 }
 
-} // namespace helpertest
+} // namespace wire
