@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Planning must never run anything; a call here is a finding.
+// Planning must never run or probe anything; a call here is a finding.
 class ForbiddenRunner : public helper::ToolRunner {
 public:
     helper::ToolResult run(const QString &, const QStringList &,
@@ -30,42 +30,24 @@ public:
     Volume probe(const QString &) const override { std::abort(); }
 };
 
-void checkPlan(const helper::HelperCommands &commands, const helper::DeviceFacts &facts,
-               const wire::Request &request, const helper::Caller &caller) {
-    const helper::Plan plan = commands.plan(request, caller);
-    if (plan.immediate) {
-        if (!plan.immediate->contains(u"result"_s) || plan.work)
-            std::abort();
-        if (wire::encodeReply({request.id, *plan.immediate}).isEmpty())
-            std::abort();
-        return;
-    }
+// Work is only ever planned for a known command on a real, permitted device and a valid label.
+bool planIsSafe(const helper::Plan &plan, const helper::DeviceFacts &facts,
+                const wire::Request &request, const helper::Caller &caller) {
+    if (plan.immediate)
+        return plan.immediate->contains(u"result"_s) && !plan.work &&
+               !wire::encodeReply({request.id, *plan.immediate}).isEmpty();
     if (!plan.work)
-        std::abort();
-    // Work is only ever planned for a known command on a real, permitted device.
-    switch (request.code) {
-    case helper::kOpen:
-        if (!plan.disk.isEmpty())
-            std::abort();
-        return;
-    case helper::kMountReadWrite:
-    case helper::kEject:
-    case helper::kRepair:
-    case helper::kErase:
-    case helper::kRename: {
-        const QString device = request.parameter.value(u"bsdName"_s);
-        if (!facts.isBlockDevice(device) || plan.disk != facts.parentDisk(device) ||
-            facts.isSystemDisk(plan.disk) ||
-            (!caller.administrator && !facts.isExternal(plan.disk)))
-            std::abort();
-        if (request.code == helper::kRename &&
-            !helper::ntfsLabelProblem(request.parameter.value(u"newName"_s)).isEmpty())
-            std::abort();
-        return;
-    }
-    default:
-        std::abort();
-    }
+        return false;
+    if (request.code == helper::kOpen)
+        return plan.disk.isEmpty();
+    const QString device = request.parameter.value(u"bsdName"_s);
+    const QList<quint64> deviceCodes{helper::kMountReadWrite, helper::kEject, helper::kRepair,
+                                     helper::kErase, helper::kRename};
+    return deviceCodes.contains(request.code) && facts.isBlockDevice(device) &&
+           plan.disk == facts.parentDisk(device) && !facts.isSystemDisk(plan.disk) &&
+           (caller.administrator || facts.isExternal(plan.disk)) &&
+           (request.code != helper::kRename ||
+            helper::ntfsLabelProblem(request.parameter.value(u"newName"_s)).isEmpty());
 }
 
 } // namespace
@@ -81,15 +63,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     helper::Caller caller = helper::Caller::forIds(1, 1000, 1000);
     caller.administrator = size > 0 && (data[size - 1] & 1);
 
-    wire::FrameReader reader;
+    wire::FrameReader reader, whole;
+    QList<wire::Request> requests, all;
     const qsizetype cut = bytes.isEmpty() ? 0 : qsizetype(data[0]) % (bytes.size() + 1);
-    for (const QByteArrayView part : {bytes.first(cut), bytes.sliced(cut)}) {
-        QList<wire::Request> requests;
-        const bool intact = helper::readRequests(reader, part, &requests);
-        for (const wire::Request &request : std::as_const(requests))
-            checkPlan(commands, facts, request, caller);
-        if (!intact)
-            break;
+    const bool intact = helper::readRequests(reader, bytes.first(cut), &requests) &&
+                        helper::readRequests(reader, bytes.sliced(cut), &requests);
+    // Wherever a stream is cut, it reads as the whole of it.
+    if (helper::readRequests(whole, bytes, &all) != intact || requests.size() != all.size())
+        std::abort();
+    for (qsizetype i = 0; i < requests.size(); ++i) {
+        if (requests[i].id != all[i].id || requests[i].code != all[i].code ||
+            !planIsSafe(commands.plan(requests[i], caller), facts, requests[i], caller))
+            std::abort();
     }
     return 0;
 }
