@@ -1,6 +1,7 @@
 #include "system/NTFullDiskAccessAuthorizer.h"
 
 #include "ScratchHome.h"
+#include "tests/support/QtPrinters.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -42,61 +43,46 @@ public:
 
 class AuthorizerTest : public ::testing::Test {
 protected:
-    void SetUp() override { m_authorizer.setUserHomeFolderPath(u"/home/ada"_s); }
-    QString probe(int index) { return m_authorizer.probePaths().at(index); }
-
     std::shared_ptr<FakeFiles> m_files = std::make_shared<FakeFiles>();
     std::shared_ptr<FakeWorkspace> m_workspace = std::make_shared<FakeWorkspace>();
     NTFullDiskAccessAuthorizer m_authorizer{m_files, m_workspace};
 };
 
-TEST_F(AuthorizerTest, ProbesFourPathsUnderTheRealHomeThenTheSystem) {
-    const QStringList paths = m_authorizer.probePaths();
-    ASSERT_EQ(paths.size(), 4);
-    EXPECT_TRUE(paths[0].startsWith(u"/home/ada/."_s));
-    EXPECT_TRUE(paths[1].startsWith(u"/home/ada/."_s));
-    EXPECT_TRUE(paths[2].startsWith(u"/etc/"_s));
-    EXPECT_TRUE(paths[3].startsWith(u"/etc/"_s));
-    // One separator between the home folder and the rest, whichever way the home is written.
-    m_authorizer.setUserHomeFolderPath(u"/home/ada/"_s);
-    EXPECT_EQ(m_authorizer.probePaths(), paths);
-}
-
 TEST_F(AuthorizerTest, SingleProbeClassifiesTheError) {
-    struct Case {
-        int error;
-        NTFullDiskAuthorizationStatus status;
-    };
-    for (const Case &item : {Case{0, NTFullDiskAuthorizationStatusAuthorized},
-                             Case{EPERM, NTFullDiskAuthorizationStatusDenied},
-                             Case{EACCES, NTFullDiskAuthorizationStatusDenied},
-                             Case{ENOENT, NTFullDiskAuthorizationStatusNotDetermined},
-                             Case{ENOTDIR, NTFullDiskAuthorizationStatusNotDetermined},
-                             Case{EIO, NTFullDiskAuthorizationStatusNotDetermined}}) {
-        m_files->errors[u"/x"_s] = item.error;
-        EXPECT_EQ(m_authorizer._checkFDAUsingFile(u"/x"_s), item.status) << item.error;
+    for (const auto &[error, status] : {std::pair{0, NTFullDiskAuthorizationStatusAuthorized},
+                                        {EPERM, NTFullDiskAuthorizationStatusDenied},
+                                        {EACCES, NTFullDiskAuthorizationStatusDenied},
+                                        {ENOENT, NTFullDiskAuthorizationStatusNotDetermined},
+                                        {EIO, NTFullDiskAuthorizationStatusNotDetermined}}) {
+        m_files->errors[u"/x"_s] = error;
+        EXPECT_EQ(m_authorizer._checkFDAUsingFile(u"/x"_s), status) << error;
     }
 }
 
-// The first readable file decides and stops the probe; refusals alone deny.
+// Two files under the real home, two system files; the first readable one decides and stops the
+// probe, refusals alone deny.
 TEST_F(AuthorizerTest, StatusOverTheFourFiles) {
-    constexpr int kAbsent = ENOENT;
+    m_authorizer.setUserHomeFolderPath(u"/home/ada/"_s);
+    const QStringList paths = m_authorizer.probePaths();
+    ASSERT_EQ(paths.size(), 4);
+    EXPECT_TRUE(paths[0].startsWith(u"/home/ada/.") && paths[1].startsWith(u"/home/ada/."));
+    EXPECT_TRUE(paths[2].startsWith(u"/etc/") && paths[3].startsWith(u"/etc/"));
     const struct {
         std::array<int, 4> errors;
         NTFullDiskAuthorizationStatus status;
         qsizetype opened;
     } cases[] = {
-        {{kAbsent, kAbsent, kAbsent, kAbsent}, NTFullDiskAuthorizationStatusNotDetermined, 4},
-        {{EPERM, 0, EACCES, kAbsent}, NTFullDiskAuthorizationStatusAuthorized, 2},
+        {{ENOENT, ENOENT, ENOENT, ENOENT}, NTFullDiskAuthorizationStatusNotDetermined, 4},
+        {{EPERM, 0, EACCES, ENOENT}, NTFullDiskAuthorizationStatusAuthorized, 2},
         {{EACCES, EPERM, EACCES, 0}, NTFullDiskAuthorizationStatusAuthorized, 4},
-        {{EPERM, kAbsent, EACCES, kAbsent}, NTFullDiskAuthorizationStatusDenied, 4},
+        {{EPERM, ENOENT, EACCES, ENOENT}, NTFullDiskAuthorizationStatusDenied, 4},
     };
     for (const auto &c : cases) {
         m_files->opened.clear();
         for (int i = 0; i < 4; ++i)
-            m_files->errors[probe(i)] = c.errors[size_t(i)];
+            m_files->errors[paths[i]] = c.errors[size_t(i)];
         EXPECT_EQ(m_authorizer.authorizationStatus(), c.status);
-        EXPECT_EQ(m_files->opened, m_authorizer.probePaths().mid(0, c.opened));
+        EXPECT_EQ(m_files->opened, paths.mid(0, c.opened));
     }
 }
 
@@ -110,50 +96,32 @@ TEST_F(AuthorizerTest, RequestOpensTheGuideAndNeverCallsTheCompletion) {
     EXPECT_TRUE(NTFullDiskAccessAuthorizer::preferencesUrl().isValid());
 }
 
-class HomeFolder : public ::testing::Test {
-protected:
-    void SetUp() override {
+// Confined (a sandbox or snap marker set): the password database, not $HOME. Either way the first
+// answer is kept.
+TEST(HomeFolder, ConfinedUsesThePasswordDatabaseAndTheAnswerIsCached) {
+    const QByteArray savedHome = qgetenv("HOME");
+    const QString passwordHome = QFile::decodeName(::getpwuid(::getuid())->pw_dir);
+    for (const char *marker : {"APP_SANDBOX_CONTAINER_ID", "SNAP", ""}) {
         qunsetenv("APP_SANDBOX_CONTAINER_ID");
         qunsetenv("SNAP");
-    }
-    void TearDown() override {
-        for (const auto &[name, value] : m_saved)
-            value.isNull() ? qunsetenv(name) : qputenv(name, value);
-    }
-    static QString passwordHome() { return QFile::decodeName(::getpwuid(::getuid())->pw_dir); }
-
-    // qgetenv gives a null array for an unset variable.
-    const std::pair<const char *, QByteArray> m_saved[3] = {
-        {"HOME", qgetenv("HOME")},
-        {"APP_SANDBOX_CONTAINER_ID", qgetenv("APP_SANDBOX_CONTAINER_ID")},
-        {"SNAP", qgetenv("SNAP")}};
-};
-
-TEST_F(HomeFolder, UnconfinedUsesTheOrdinaryHomeAndCachesIt) {
-    qputenv("HOME", "/tmp/ordinary-home");
-    NTFullDiskAccessAuthorizer authorizer;
-    EXPECT_EQ(authorizer.userHomeFolderPath(), u"/tmp/ordinary-home"_s);
-    qputenv("APP_SANDBOX_CONTAINER_ID", "x");
-    qputenv("HOME", "/tmp/changed");
-    EXPECT_EQ(authorizer.userHomeFolderPath(), u"/tmp/ordinary-home"_s);
-}
-
-TEST_F(HomeFolder, ConfinedUsesThePasswordDatabase) {
-    for (const char *marker : {"APP_SANDBOX_CONTAINER_ID", "SNAP"}) {
-        qputenv(marker, "container");
         qputenv("HOME", "/tmp/container-home");
+        if (*marker)
+            qputenv(marker, "container");
         NTFullDiskAccessAuthorizer authorizer;
-        EXPECT_EQ(authorizer.userHomeFolderPath(), passwordHome()) << marker;
-        qunsetenv(marker);
+        const QString first = authorizer.userHomeFolderPath();
+        EXPECT_EQ(first, *marker ? passwordHome : u"/tmp/container-home"_s) << marker;
+        qputenv("APP_SANDBOX_CONTAINER_ID", "flipped");
+        qputenv("HOME", "/tmp/changed");
+        EXPECT_EQ(authorizer.userHomeFolderPath(), first);
     }
+    qunsetenv("APP_SANDBOX_CONTAINER_ID");
+    qputenv("HOME", savedHome);
 }
 
 TEST(HomeFolderDeathTest, ConfinedUserWithoutPasswordEntryStops) {
-    if (::geteuid() != 0)
-        GTEST_SKIP() << "needs root to become a user id without a password entry";
     constexpr uid_t kUnknown = 54321;
-    if (::getpwuid(kUnknown))
-        GTEST_SKIP() << "uid 54321 has a password entry on this machine";
+    if (::geteuid() != 0 || ::getpwuid(kUnknown))
+        GTEST_SKIP() << "needs root, and uid 54321 without a password entry";
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
         {
@@ -165,70 +133,26 @@ TEST(HomeFolderDeathTest, ConfinedUserWithoutPasswordEntryStops) {
         "\"pw\"");
 }
 
-// The real probe against real files.
-class RealProbe : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_TRUE(m_dir.isValid());
-        QFile file(m_dir.filePath(u"readable"_s));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write("x");
-    }
-    QTemporaryDir m_dir;
-    NTFullDiskAccessAuthorizer m_authorizer;
-};
-
-TEST_F(RealProbe, OpensExistingFilesAndIgnoresMissingOnes) {
-    EXPECT_EQ(m_authorizer._checkFDAUsingFile(m_dir.filePath(u"readable"_s)),
-              NTFullDiskAuthorizationStatusAuthorized);
-    EXPECT_EQ(m_authorizer._checkFDAUsingFile(m_dir.filePath(u"missing"_s)),
-              NTFullDiskAuthorizationStatusNotDetermined);
-    // A plain file used as a folder: ENOTDIR.
-    EXPECT_EQ(m_authorizer._checkFDAUsingFile(m_dir.filePath(u"readable/inside"_s)),
-              NTFullDiskAuthorizationStatusNotDetermined);
-    EXPECT_EQ(m_authorizer._checkFDAUsingFile(QString()),
-              NTFullDiskAuthorizationStatusNotDetermined);
-}
-
-TEST_F(RealProbe, UnreadableFileIsDenied) {
-    // As root: a file under a mode-000 folder, probed by a child that has dropped to nobody
-    // (root itself passes every permission check). Otherwise: a mode-000 file, probed directly.
-    const QString locked = m_dir.filePath(u"locked"_s);
-    ASSERT_TRUE(QDir().mkpath(locked));
-    QFile file(locked + u"/secret"_s);
+// The real open(). Root passes every permission check, so as root the file lies under a mode-000
+// folder and a child that has dropped to nobody probes it.
+TEST(RealProbe, UnreadableFileIsDeniedReadableAuthorizedMissingUndetermined) {
+    QTemporaryDir dir;
+    const QString secret = dir.filePath(u"locked/secret"_s);
+    ASSERT_TRUE(QDir().mkpath(dir.filePath(u"locked"_s)));
+    QFile file(secret);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     file.close();
-    ASSERT_EQ(::chmod(QFile::encodeName(m_dir.path()).constData(), 0755), 0);
+    NTFullDiskAccessAuthorizer authorizer;
+    EXPECT_EQ(authorizer._checkFDAUsingFile(secret), NTFullDiskAuthorizationStatusAuthorized);
+    EXPECT_EQ(authorizer._checkFDAUsingFile(secret + u"/inside"_s),
+              NTFullDiskAuthorizationStatusNotDetermined);
 
-    if (::geteuid() == 0) {
-        ASSERT_EQ(::chmod(QFile::encodeName(locked).constData(), 0), 0);
-        const int code = scratchhome::runAsNobody(
-            [this, &file] { return int(m_authorizer._checkFDAUsingFile(file.fileName())); });
-        EXPECT_EQ(code, NTFullDiskAuthorizationStatusDenied);
-        // The same path, for root.
-        EXPECT_EQ(m_authorizer._checkFDAUsingFile(file.fileName()),
-                  NTFullDiskAuthorizationStatusAuthorized);
-        ::chmod(QFile::encodeName(locked).constData(), 0700);
-    } else {
-        ASSERT_EQ(::chmod(QFile::encodeName(file.fileName()).constData(), 0), 0);
-        EXPECT_EQ(m_authorizer._checkFDAUsingFile(file.fileName()),
-                  NTFullDiskAuthorizationStatusDenied);
-    }
-}
-
-TEST_F(RealProbe, SystemFilesDecideForAnEmptyHome) {
-    // A home holding none of the user files leaves the answer to the administrator-only files.
-    m_authorizer.setUserHomeFolderPath(m_dir.path());
-    if (!QFile::exists(u"/etc/shadow"_s))
-        GTEST_SKIP() << "/etc/shadow is absent";
-    if (::geteuid() == 0) {
-        EXPECT_EQ(m_authorizer.authorizationStatus(), NTFullDiskAuthorizationStatusAuthorized);
-        const int code =
-            scratchhome::runAsNobody([this] { return int(m_authorizer.authorizationStatus()); });
-        EXPECT_EQ(code, NTFullDiskAuthorizationStatusDenied);
-    } else {
-        EXPECT_EQ(m_authorizer.authorizationStatus(), NTFullDiskAuthorizationStatusDenied);
-    }
+    ASSERT_EQ(::chmod(QFile::encodeName(dir.path()).constData(), 0755), 0);
+    ASSERT_EQ(::chmod(QFile::encodeName(dir.filePath(u"locked"_s)).constData(), 0), 0);
+    const auto probe = [&] { return int(authorizer._checkFDAUsingFile(secret)); };
+    EXPECT_EQ(::geteuid() == 0 ? scratchhome::runAsNobody(probe) : probe(),
+              NTFullDiskAuthorizationStatusDenied);
+    ::chmod(QFile::encodeName(dir.filePath(u"locked"_s)).constData(), 0700);
 }
 
 } // namespace

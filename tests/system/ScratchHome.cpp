@@ -10,31 +10,20 @@
 namespace scratchhome {
 namespace {
 
-struct Scratch {
-    Scratch() {
-        dir.setAutoRemove(true);
-        qputenv("XDG_CONFIG_HOME", QFile::encodeName(dir.path() + QStringLiteral("/config")));
-        qputenv("XDG_DATA_HOME", QFile::encodeName(dir.path() + QStringLiteral("/data")));
-    }
-    QTemporaryDir dir;
-};
-
-Scratch &scratch() {
-    static Scratch instance;
-    return instance;
+QTemporaryDir &scratch() {
+    static QTemporaryDir dir;
+    return dir;
 }
 
 // Before main(): the defaults read XDG_CONFIG_HOME once, at their first use.
-const bool kInstalled = (scratch(), true);
+const bool kInstalled =
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(root() + QStringLiteral("/config"))) &&
+    qputenv("XDG_DATA_HOME", QFile::encodeName(root() + QStringLiteral("/data")));
 
 } // namespace
 
 QString root() {
-    return scratch().dir.path();
-}
-
-void setConfigHome(const QString &folder) {
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(folder));
+    return scratch().path();
 }
 
 int runAsNobody(const std::function<int()> &fn) {

@@ -4,6 +4,7 @@
 #include "system/TLStartAtLoginController.h"
 #include "system/UserDefaults.h"
 #include "system/XdgAutostart.h"
+#include "tests/support/QtPrinters.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -27,16 +28,11 @@ void writeFile(const QString &path, const QByteArray &bytes) {
 // Each test gets its own XDG_CONFIG_HOME, so its autostart folder starts empty.
 class AutostartTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        ASSERT_TRUE(m_config.isValid());
-        m_saved = qgetenv("XDG_CONFIG_HOME");
-        scratchhome::setConfigHome(m_config.path());
-    }
+    void SetUp() override { qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_config.path())); }
     void TearDown() override { qputenv("XDG_CONFIG_HOME", m_saved); }
-    QString autostart() const { return m_config.path() + u"/autostart"_s; }
-    QString entry(const QString &name) const { return autostart() + u'/' + name; }
+    QString entry(const QString &name) const { return m_config.path() + u"/autostart/"_s + name; }
     QTemporaryDir m_config;
-    QByteArray m_saved;
+    QByteArray m_saved = qgetenv("XDG_CONFIG_HOME");
 };
 
 QVariantMap job(const QString &label, bool onDemand) {
@@ -62,12 +58,11 @@ TEST_F(AutostartTest, JobListFollowsTheEntries) {
     EXPECT_EQ(service.copyAllJobDictionaries(), expected);
 }
 
-TEST_F(AutostartTest, EnablingWritesAnEntryThatStartsTheProgram) {
-    for (const QString &program : {u"/usr/bin/vantrelo"_s, u"/opt/My Apps/vantrelo"_s,
-                                   u"/opt/a\"b$c`d\\e/vantrelo"_s, u"/opt/100%/vantrelo"_s}) {
+TEST_F(AutostartTest, EntryStartsTheProgramWhateverItsPath) {
+    for (const QString &program :
+         {u"/usr/bin/vantrelo"_s, u"/opt/My Apps/a\"b$c`d\\e/100%/vantrelo"_s}) {
         XdgAutostart service({}, program);
-        ASSERT_TRUE(service.setLoginItemEnabled(u"com.corvin.VantreloLaunch"_s, true))
-            << program.toStdString();
+        ASSERT_TRUE(service.setLoginItemEnabled(u"com.corvin.VantreloLaunch"_s, true));
         bool ok = false;
         const auto fields =
             XdgAutostart::readDesktopEntry(entry(u"com.corvin.VantreloLaunch.desktop"_s), &ok);
@@ -76,39 +71,20 @@ TEST_F(AutostartTest, EnablingWritesAnEntryThatStartsTheProgram) {
         QString exec = fields.value(u"Exec"_s);
         EXPECT_EQ(XdgAutostart::execProgram(exec.replace(u"%%"_s, u"%"_s)), program);
     }
-    EXPECT_EQ(XdgAutostart().copyAllJobDictionaries(),
-              QList<QVariantMap>{job(u"com.corvin.VantreloLaunch"_s, true)});
-
-    // Disabling removes the entry, and succeeds when there is none.
-    XdgAutostart service;
-    EXPECT_TRUE(service.setLoginItemEnabled(u"com.corvin.VantreloLaunch"_s, false));
-    EXPECT_FALSE(QFile::exists(entry(u"com.corvin.VantreloLaunch.desktop"_s)));
-    EXPECT_TRUE(service.setLoginItemEnabled(u"com.corvin.VantreloLaunch"_s, false));
 }
 
 TEST_F(AutostartTest, RefusesIdentifiersThatLeaveTheFolderAndUnwritableFolders) {
     XdgAutostart service({}, u"/usr/bin/vantrelo"_s);
-    EXPECT_FALSE(service.setLoginItemEnabled(u"../evil"_s, true));
-    EXPECT_FALSE(service.setLoginItemEnabled(u".."_s, true));
-    EXPECT_FALSE(service.setLoginItemEnabled(QString(), true));
+    for (const QString &identifier : {u"../evil"_s, u".."_s, QString()})
+        EXPECT_FALSE(service.setLoginItemEnabled(identifier, true)) << identifier.toStdString();
     EXPECT_FALSE(QFileInfo::exists(m_config.path() + u"/evil.desktop"_s));
 
-    writeFile(autostart(), "a file where the folder should be");
+    writeFile(m_config.path() + u"/autostart"_s, "a file where the folder should be");
     EXPECT_FALSE(service.setLoginItemEnabled(u"x"_s, true));
 }
 
-TEST(ExecLines, ProgramIsTheFirstArgument) {
-    EXPECT_EQ(XdgAutostart::execProgram(u"vantrelo --hidden"_s), u"vantrelo"_s);
-    EXPECT_EQ(XdgAutostart::execProgram(u"  /usr/bin/vantrelo"_s), u"/usr/bin/vantrelo"_s);
-    EXPECT_EQ(XdgAutostart::execProgram(u"\"/opt/my app/v\" %U"_s), u"/opt/my app/v"_s);
-    EXPECT_EQ(XdgAutostart::execProgram(u"\"/opt/a\\\"b\""_s), u"/opt/a\"b"_s);
-    EXPECT_EQ(XdgAutostart::execProgram(QString()), QString());
-    EXPECT_EQ(XdgAutostart::quoteExecArgument(u"/usr/bin/v"_s), u"/usr/bin/v"_s);
-    EXPECT_EQ(XdgAutostart::quoteExecArgument(u"/a b/$v"_s), u"\"/a b/\\$v\""_s);
-}
-
-// Drives the controller through a fake job list to reach the states files cannot show
-// (a failing registration, a job listed with OnDemand false).
+// A fake job list reaches the states files cannot show: a failing registration, and a job listed
+// with OnDemand false.
 class FakeLoginItems : public LoginItemService {
 public:
     QList<QVariantMap> copyAllJobDictionaries() override { return jobs; }
@@ -121,105 +97,77 @@ public:
     bool accept = true;
 };
 
-class SignalLog : public QObject {
-public:
-    explicit SignalLog(TLStartAtLoginController *controller) {
-        connect(controller, &TLStartAtLoginController::enabledChanged, this,
-                [this](bool value) { events.append(value ? u"enabled:1"_s : u"enabled:0"_s); });
-        connect(controller, &TLStartAtLoginController::startAtLoginChanged, this,
-                [this] { events.append(u"startAtLogin"_s); });
+struct Controller {
+    explicit Controller(const QList<QVariantMap> &jobs, const QString &identifier = u"id"_s) {
+        fake->jobs = jobs;
+        if (!identifier.isNull())
+            controller.setIdentifier(identifier);
+        QObject::connect(&controller, &TLStartAtLoginController::enabledChanged, &controller,
+                         [this](bool on) { events.append(on ? u"enabled:1"_s : u"enabled:0"_s); });
+        QObject::connect(&controller, &TLStartAtLoginController::startAtLoginChanged, &controller,
+                         [this] { events.append(u"startAtLogin"_s); });
     }
+    std::shared_ptr<FakeLoginItems> fake = std::make_shared<FakeLoginItems>();
+    TLStartAtLoginController controller{fake};
     QStringList events;
 };
 
-std::shared_ptr<FakeLoginItems> fakeWith(const QList<QVariantMap> &jobs) {
-    auto fake = std::make_shared<FakeLoginItems>();
-    fake->jobs = jobs;
-    return fake;
-}
-
 TEST(StartAtLoginController, WithoutIdentifierAnswersNoAndIgnoresWrites) {
-    auto fake = fakeWith({job(QString(), true)});
-    TLStartAtLoginController controller(fake);
-    SignalLog log(&controller);
-    EXPECT_FALSE(controller.startAtLogin());
-    controller.setStartAtLogin(true);
-    controller.setEnabled(true);
-    EXPECT_FALSE(controller.enabled());
-    EXPECT_TRUE(fake->calls.isEmpty());
-    EXPECT_TRUE(log.events.isEmpty());
+    Controller c({job(QString(), true)}, QString());
+    EXPECT_FALSE(c.controller.startAtLogin());
+    c.controller.setStartAtLogin(true);
+    EXPECT_FALSE(c.controller.enabled());
+    EXPECT_TRUE(c.fake->calls.isEmpty());
+    EXPECT_TRUE(c.events.isEmpty());
 }
 
-TEST(StartAtLoginController, ReadsTheFirstMatchingJob) {
-    auto fake = fakeWith({job(u"other"_s, true), job(u"id"_s, false), job(u"id"_s, true)});
-    TLStartAtLoginController controller(u"id"_s, fake);
-    EXPECT_FALSE(controller.startAtLogin());
-    EXPECT_FALSE(controller.enabled());
-
-    fake->jobs = {QVariantMap{{u"Label"_s, u"id"_s}}}; // no OnDemand entry
-    EXPECT_FALSE(controller.startAtLogin());
-}
-
-TEST(StartAtLoginController, ReadAnnouncesOnlyRealChanges) {
-    auto fake = fakeWith({job(u"id"_s, true)});
-    TLStartAtLoginController controller(u"id"_s, fake);
-    EXPECT_TRUE(controller.enabled()); // setIdentifier read the job list
-    SignalLog log(&controller);
-    EXPECT_TRUE(controller.startAtLogin());
-    EXPECT_TRUE(log.events.isEmpty());
-    fake->jobs.clear();
-    EXPECT_FALSE(controller.startAtLogin());
-    EXPECT_FALSE(controller.startAtLogin());
-    EXPECT_EQ(log.events, QStringList{u"enabled:0"_s});
+TEST(StartAtLoginController, ReadUsesTheFirstMatchingJobAndAnnouncesOnlyChanges) {
+    Controller c({job(u"other"_s, false), job(u"id"_s, true), job(u"id"_s, false)});
+    EXPECT_TRUE(c.controller.enabled()); // setIdentifier read the job list
+    EXPECT_TRUE(c.controller.startAtLogin());
+    EXPECT_TRUE(c.events.isEmpty());
+    c.fake->jobs = {job(u"id"_s, false)};
+    EXPECT_FALSE(c.controller.startAtLogin());
+    c.fake->jobs = {QVariantMap{{u"Label"_s, u"id"_s}}}; // no OnDemand entry
+    EXPECT_FALSE(c.controller.startAtLogin());
+    EXPECT_EQ(c.events, QStringList{u"enabled:0"_s});
 }
 
 TEST(StartAtLoginController, WriteReportsTheRequestNotTheState) {
-    auto fake = fakeWith({job(u"id"_s, true)});
-    TLStartAtLoginController controller(u"id"_s, fake);
-    SignalLog log(&controller);
-
+    Controller c({job(u"id"_s, true)});
     // Switching off succeeds, so `enabled` stays true until the next read.
-    controller.setStartAtLogin(false);
-    fake->jobs.clear();
-    EXPECT_TRUE(controller.enabled());
-    EXPECT_EQ(log.events, (QStringList{u"enabled:1"_s, u"startAtLogin"_s}));
-    EXPECT_FALSE(controller.startAtLogin());
-    EXPECT_FALSE(controller.enabled());
+    c.controller.setStartAtLogin(false);
+    c.fake->jobs.clear();
+    EXPECT_TRUE(c.controller.enabled());
+    EXPECT_EQ(c.events, (QStringList{u"enabled:1"_s, u"startAtLogin"_s}));
+    EXPECT_FALSE(c.controller.startAtLogin());
+    EXPECT_FALSE(c.controller.enabled());
 
     // A refused request shows as false even when the item was asked to start.
-    fake->accept = false;
-    log.events.clear();
-    controller.setEnabled(true);
-    EXPECT_FALSE(controller.enabled());
-    EXPECT_EQ(fake->calls, (QStringList{u"id=off"_s, u"id=on"_s}));
-    EXPECT_EQ(log.events, (QStringList{u"enabled:0"_s, u"startAtLogin"_s}));
-}
-
-TEST(StartAtLoginController, PropertiesAreReachableByName) {
-    auto fake = fakeWith({});
-    TLStartAtLoginController controller(u"id"_s, fake);
-    EXPECT_TRUE(controller.setProperty("startAtLogin", true));
-    EXPECT_EQ(fake->calls, QStringList{u"id=on"_s});
-    EXPECT_TRUE(controller.property("enabled").toBool());
-    EXPECT_EQ(controller.property("identifier").toString(), u"id"_s);
+    c.fake->accept = false;
+    c.events.clear();
+    c.controller.setEnabled(true);
+    EXPECT_FALSE(c.controller.enabled());
+    EXPECT_EQ(c.fake->calls, (QStringList{u"id=off"_s, u"id=on"_s}));
+    EXPECT_EQ(c.events, (QStringList{u"enabled:0"_s, u"startAtLogin"_s}));
 }
 
 TEST_F(AutostartTest, FacadeRegistersTheLaunchItemForThisProgram) {
+    const QString launchItem = entry(u"com.corvin.VantreloLaunch.desktop"_s);
     EXPECT_FALSE(LLStartUpItemConfig::isStartAtLogin());
     EXPECT_TRUE(LLStartUpItemConfig::setStartAtLogin(true));
     EXPECT_TRUE(LLStartUpItemConfig::isStartAtLogin());
-    const auto fields =
-        XdgAutostart::readDesktopEntry(entry(u"com.corvin.VantreloLaunch.desktop"_s));
-    EXPECT_EQ(XdgAutostart::execProgram(fields.value(u"Exec"_s)),
+    EXPECT_EQ(XdgAutostart::execProgram(XdgAutostart::readDesktopEntry(launchItem)[u"Exec"_s]),
               QCoreApplication::applicationFilePath());
 
     // The system accepted switching off: the facade says true, the item no longer starts.
     EXPECT_TRUE(LLStartUpItemConfig::setStartAtLogin(false));
     EXPECT_FALSE(LLStartUpItemConfig::isStartAtLogin());
-    EXPECT_FALSE(QFile::exists(entry(u"com.corvin.VantreloLaunch.desktop"_s)));
+    EXPECT_FALSE(QFile::exists(launchItem));
+    EXPECT_TRUE(LLStartUpItemConfig::setStartAtLogin(false));
 
-    ASSERT_TRUE(QDir(autostart()).removeRecursively());
-    writeFile(autostart(), "blocked");
+    ASSERT_TRUE(QDir(m_config.path() + u"/autostart"_s).removeRecursively());
+    writeFile(m_config.path() + u"/autostart"_s, "blocked");
     EXPECT_FALSE(LLStartUpItemConfig::setStartAtLogin(true));
 }
 
@@ -237,59 +185,39 @@ TEST_F(AutostartTest, SessionItemsAreRemovedWhereverTheProgramLives) {
     writeFile(entry(u"by-hand.desktop"_s), "[Desktop Entry]\nExec=/x/" + self.toUtf8() + "\n");
 
     LLStartUpItemConfig::setStartUpState(false);
-    QStringList left = QDir(autostart()).entryList(QDir::Files, QDir::Name);
-    EXPECT_EQ(left, (QStringList{u"by-hand.desktop"_s, u"com.corvin.VantreloLaunch.desktop"_s,
-                                 u"other.desktop"_s}));
+    EXPECT_EQ(QDir(m_config.path() + u"/autostart"_s).entryList(QDir::Files, QDir::Name),
+              (QStringList{u"by-hand.desktop"_s, u"com.corvin.VantreloLaunch.desktop"_s,
+                           u"other.desktop"_s}));
 }
 
-class SettingConfigTest : public ::testing::Test {
-protected:
-    QString file() const { return m_dir.filePath(u"defaults.json"_s); }
-    QTemporaryDir m_dir;
-};
-
-TEST_F(SettingConfigTest, LoadsTheStoredChoiceAndFalseOtherwise) {
-    struct Case {
-        QVariant stored;
-        bool expected;
-    };
-    for (const Case &item : {Case{QVariant(), false}, Case{QVariant(qint64(1)), true},
-                             Case{QVariant(qint64(0)), false}, Case{QVariant(true), true},
-                             Case{QVariant(u"YES"_s), true}, Case{QVariant(u"abc"_s), false},
-                             Case{QVariant(QByteArray("1")), false}}) {
-        UserDefaults defaults(file());
-        defaults.setObject(item.stored, u"enableBootKey"_s);
-        LLSettingConfig config(defaults);
-        EXPECT_EQ(config.enableBoot(), item.expected) << item.stored.toString().toStdString();
+TEST(SettingConfig, LoadsTheStoredChoiceAndFalseOtherwise) {
+    QTemporaryDir dir;
+    UserDefaults defaults(dir.filePath(u"defaults.json"_s));
+    const std::pair<QVariant, bool> cases[] = {
+        {QVariant(), false},          {QVariant(qint64(1)), true},
+        {QVariant(qint64(0)), false}, {QVariant(u"YES"_s), true},
+        {QVariant(u"abc"_s), false},  {QVariant(QByteArray("1")), false}};
+    for (const auto &[stored, expected] : cases) {
+        defaults.setObject(stored, u"enableBootKey"_s);
+        EXPECT_EQ(LLSettingConfig(defaults).enableBoot(), expected)
+            << stored.toString().toStdString();
     }
 }
 
-TEST_F(SettingConfigTest, SaveWritesAnIntegerAtOnceAndClearRemovesIt) {
-    UserDefaults defaults(file());
-    LLSettingConfig config(defaults);
-    config.setEnableBoot(true);
-    EXPECT_FALSE(UserDefaults(file()).objectForKey(u"enableBootKey"_s).isValid()); // not saved yet
-    config.save();
-    const QVariant stored = UserDefaults(file()).objectForKey(u"enableBootKey"_s);
-    EXPECT_EQ(stored.typeId(), QMetaType::LongLong);
-    EXPECT_EQ(stored.toLongLong(), 1);
-    config.setEnableBoot(false);
-    config.save();
-    EXPECT_EQ(UserDefaults(file()).objectForKey(u"enableBootKey"_s), QVariant(qint64(0)));
-    EXPECT_FALSE(LLSettingConfig(defaults).enableBoot());
-
-    config.clear();
-    EXPECT_FALSE(UserDefaults(file()).objectForKey(u"enableBootKey"_s).isValid());
-}
-
-TEST(SettingConfigShared, IsOneInstanceOnTheStandardDefaults) {
+TEST(SettingConfig, SharedInstanceSavesAnIntegerAtOnceAndClearRemovesIt) {
     LLSettingConfig &config = LLSettingConfig::sharedConfig();
     EXPECT_EQ(&config, &LLSettingConfig::sharedConfig());
-    EXPECT_TRUE(UserDefaults::standard().filePath().startsWith(scratchhome::root()));
+    const QString file = UserDefaults::standard().filePath();
+    EXPECT_TRUE(file.startsWith(scratchhome::root()));
     config.setEnableBoot(true);
-    config.save();
-    EXPECT_TRUE(UserDefaults(UserDefaults::standard().filePath()).boolForKey(u"enableBootKey"_s));
+    EXPECT_FALSE(UserDefaults(file).objectForKey(u"enableBootKey"_s).isValid()); // not saved yet
+    for (const bool on : {true, false}) {
+        config.setEnableBoot(on);
+        config.save();
+        EXPECT_EQ(UserDefaults(file).objectForKey(u"enableBootKey"_s), QVariant(qint64(on)));
+    }
     config.clear();
+    EXPECT_FALSE(UserDefaults(file).objectForKey(u"enableBootKey"_s).isValid());
 }
 
 } // namespace
