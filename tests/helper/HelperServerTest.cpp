@@ -16,8 +16,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int kHangGuardMs = 60000;
-
 // Version answers at once; code 3 holds disk "slow" until the test lets it go; code 9 runs on the
 // disk it names and answers with the caller's uid. Work notes the disk it ran on when it ends.
 class ScriptedHandler : public helper::RequestHandler {
@@ -65,7 +63,7 @@ TEST(HelperServer, OneCommandPerDiskOthersInParallelAndVersionAlwaysAnswers) {
     auto other = wire::WireClient::connectTo(socketPath);
     ASSERT_TRUE(worker && queued && other);
     ASSERT_TRUE(worker->send({100, 3, {}}));
-    ASSERT_TRUE(handler.started.tryAcquire(1, kHangGuardMs));
+    ASSERT_TRUE(handler.started.tryAcquire(1, 60000));
     ASSERT_TRUE(queued->send({200, 9, {{u"disk"_s, u"slow"_s}}}));
     ASSERT_TRUE(worker->send({101, 7, {}}));
     EXPECT_EQ(worker->receive().value_or(wire::Reply{}).id, 101u);
