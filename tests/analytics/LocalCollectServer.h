@@ -1,10 +1,7 @@
 #pragma once
 
-#include <QByteArray>
 #include <QHash>
 #include <QJsonObject>
-#include <QList>
-#include <QObject>
 #include <QTcpServer>
 #include <QUrl>
 
@@ -12,45 +9,32 @@
 
 class QTcpSocket;
 
-// A small HTTP/1.1 server standing in for the GA4 collection endpoint. What it does with each
-// request is decided by a policy, so a test can make it accept, refuse, hang or drop the
-// connection halfway through a batch.
-class LocalCollectServer : public QObject {
-    Q_OBJECT
-
+// A small HTTP/1.1 server standing in for the GA4 collection endpoint. A policy decides how it
+// answers each request, so a test can make it accept, refuse, hang or drop a batch halfway.
+class LocalCollectServer {
 public:
-    enum class Answer { Accept, Refuse, BadRequest, Hang, CloseMidBody, CloseAfterBody };
-
+    enum class Answer { Accept, Refuse, BadRequest, Hang, CloseMidBody };
     struct Request {
-        QByteArray method;
-        QByteArray target;
-        QByteArray contentType;
-        QJsonObject body;
+        QByteArray method, target, contentType;
+        QJsonObject body; // empty when the connection was dropped halfway
         Answer answer;
     };
 
     LocalCollectServer();
-    ~LocalCollectServer() override;
-
     QUrl endpoint() const;
-    // Answer for the n-th request (0-based) that arrives; Accept when unset.
+    // Answer for the n-th request (0-based) that arrives.
     void setPolicy(std::function<Answer(int)> policy) { m_policy = std::move(policy); }
-
     const QList<Request> &requests() const { return m_requests; }
-    int connectionCount() const { return m_connections; }
     // The "event_label" of every event in requests answered 2xx, in arrival order.
     QStringList deliveredLabels() const;
 
 private:
-    void accept();
     void readFrom(QTcpSocket *socket);
 
-    QTcpServer m_server;
-    std::function<Answer(int)> m_policy;
+    std::function<Answer(int)> m_policy = [](int) { return Answer::Accept; };
     QList<Request> m_requests;
     QHash<QTcpSocket *, QByteArray> m_buffers;
-    int m_connections = 0;
-    int m_seen = 0;
+    QTcpServer m_server; // last: its sockets go before what they use
 };
 
 // Runs the event loop until the condition holds; false if it still does not after a generous

@@ -3,4 +3,9 @@
 #include "disk/NTDiskDrive.h"
 
 // The record listed at `mountPath`, or null.
-NTDiskDrivePtr driveAt(const NTDiskDriveList &drives, const QString &mountPath);
+inline NTDiskDrivePtr driveAt(const NTDiskDriveList &drives, const QString &mountPath) {
+    for (const auto &drive : drives)
+        if (drive->mountPath() == mountPath)
+            return drive;
+    return nullptr;
+}

@@ -1,39 +1,25 @@
 #include "disk/NTDiskDrive.h"
 
+#include <QMetaProperty>
+
 #include <gtest/gtest.h>
 
-TEST(NTDiskDrive, PlainRecordStartsEmpty) {
+TEST(NTDiskDrive, StartsNullZeroOrNoAndAGroupRowKeepsOneChildArray) {
     NTDiskDrive drive;
-    EXPECT_TRUE(drive.mountPath().isNull());
-    EXPECT_TRUE(drive.name().isNull());
-    EXPECT_TRUE(drive.bsdName().isNull());
-    EXPECT_TRUE(drive.icon().isNull());
-    EXPECT_EQ(drive.totalSize(), 0);
-    EXPECT_EQ(drive.freeSize(), 0);
-    EXPECT_FALSE(drive.isGroup());
-    EXPECT_FALSE(drive.isWritable());
-    EXPECT_FALSE(drive.isInternal());
-    EXPECT_EQ(drive.groupType(), 0u);
-}
-
-TEST(NTDiskDrive, GroupRowChildArrayIsCreatedOnceAndKept) {
-    const auto group = NTDiskDrive::initWithName(QStringLiteral("External"), 1, true);
+    for (int i = 0; i < NTDiskDrive::staticMetaObject.propertyCount(); ++i) {
+        const QMetaProperty property = NTDiskDrive::staticMetaObject.property(i);
+        const QVariant value = property.readOnGadget(&drive);
+        EXPECT_TRUE(value.typeId() == QMetaType::QString ? value.toString().isNull()
+                                                         : value.toLongLong() == 0)
+            << property.name();
+    }
+    const NTDiskDrivePtr group = NTDiskDrive::initWithName(QStringLiteral("External"), 1, true);
     EXPECT_EQ(group->name(), QStringLiteral("External"));
     EXPECT_EQ(group->groupType(), 1u);
     EXPECT_TRUE(group->isGroup());
-
-    NTDiskDriveList &first = group->childArray();
-    EXPECT_TRUE(first.isEmpty());
-    first.append(std::make_shared<NTDiskDrive>());
-    EXPECT_EQ(&group->childArray(), &first);
+    NTDiskDriveList &children = group->childArray();
+    EXPECT_TRUE(children.isEmpty());
+    children.append(std::make_shared<NTDiskDrive>());
+    EXPECT_EQ(&group->childArray(), &children);
     EXPECT_EQ(group->childArray().size(), 1);
-
-    group->setChildArray({});
-    EXPECT_TRUE(group->childArray().isEmpty());
-}
-
-TEST(NTDiskDrive, GroupRowWithNullName) {
-    const auto group = NTDiskDrive::initWithName(QString(), 0, true);
-    EXPECT_TRUE(group->name().isNull());
-    EXPECT_TRUE(group->isGroup());
 }

@@ -8,8 +8,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
-// Replays a fuzzer's stored corpus through the fuzz entry it is linked with, so findings stay
-// fixed in the plain build. VANTRELO_FUZZ_CORPUS names the corpus folder.
+// Replays a fuzzer's stored corpus (VANTRELO_FUZZ_CORPUS) through the fuzz entry it is linked
+// with, so findings stay fixed in the plain build.
 TEST(CorpusReplay, EveryCorpusFileRunsCleanly) {
     const QDir corpus(QStringLiteral(VANTRELO_FUZZ_CORPUS));
     const QStringList files = corpus.entryList(QDir::Files, QDir::Name);

@@ -4,8 +4,9 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QThread>
+
+using namespace Qt::StringLiterals;
 
 namespace testsupport {
 
@@ -17,176 +18,102 @@ bool fail(QString *why, const QString &text) {
     return false;
 }
 
+bool run(QString *why, const QString &program, const QStringList &arguments,
+         QString *output = nullptr) {
+    const CommandResult result = runCommand(program, arguments);
+    if (!result.ok())
+        return fail(why, program + u" failed: "_s + result.output);
+    if (output)
+        *output = result.output.trimmed();
+    return true;
+}
+
+// Lazily, when plain fails: a test may have left a file open on the volume.
+bool unmountAnyway(const QStringList &arguments) {
+    return runCommand(u"umount"_s, arguments).ok() ||
+           runCommand(u"umount"_s, QStringList{u"-l"_s} + arguments).ok();
+}
+
 } // namespace
 
 std::unique_ptr<LoopImage> LoopImage::create(qint64 sizeMiB, QString *why) {
-    std::unique_ptr<LoopImage> image(new LoopImage);
-    if (!image->createFile(sizeMiB, why) || !image->attachFile(false, why))
-        return nullptr;
-    return image;
+    return createPartitioned(sizeMiB, 0, why);
 }
 
 std::unique_ptr<LoopImage> LoopImage::createPartitioned(qint64 sizeMiB, int partitions,
                                                         QString *why) {
+    if (!isRoot()) {
+        fail(why, u"needs root to attach loop devices"_s);
+        return nullptr;
+    }
     std::unique_ptr<LoopImage> image(new LoopImage);
-    if (!image->createFile(sizeMiB, why))
+    const QString file = image->m_dir.filePath(u"disk.img"_s);
+    const QString table =
+        u"label: dos\n"_s +
+        u",%1M,7\n"_s.arg((sizeMiB - 1) / std::max(partitions, 1)).repeated(partitions);
+    if (!run(why, u"truncate"_s, {u"-s"_s, u"%1M"_s.arg(sizeMiB), file}) ||
+        (partitions > 0 &&
+         !run(why, u"sh"_s, {u"-c"_s, u"printf %s \"$1\" | sfdisk -q \"$0\""_s, file, table})) ||
+        !run(why, u"losetup"_s, {u"-f"_s, u"--show"_s, u"-P"_s, file}, &image->m_device))
         return nullptr;
-    QString layout = QStringLiteral("label: dos\n");
-    const qint64 sectorsEach = (sizeMiB - 1) * 2048 / partitions;
-    for (int i = 0; i < partitions; ++i)
-        layout += QStringLiteral("start=%1, size=%2, type=7\n")
-                      .arg(2048 + i * sectorsEach)
-                      .arg(sectorsEach);
-    const QString layoutFile = image->m_dir.filePath(QStringLiteral("layout.sfdisk"));
-    QFile file(layoutFile);
-    if (!file.open(QIODevice::WriteOnly) || file.write(layout.toUtf8()) < 0) {
-        fail(why, QStringLiteral("cannot write the partition layout"));
-        return nullptr;
-    }
-    file.close();
-    const auto sfdisk = runCommand(
-        QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("sfdisk -q \"$0\" < \"$1\""),
-                               image->m_image, layoutFile});
-    if (!sfdisk.ok()) {
-        fail(why, QStringLiteral("sfdisk failed: ") + sfdisk.output);
-        return nullptr;
-    }
-    if (!image->attachFile(true, why))
-        return nullptr;
+    if (partitions == 0)
+        return image;
     // The scan at attach time can miss a table written just before; ask the kernel again.
-    runCommand(QStringLiteral("blockdev"), {QStringLiteral("--rereadpt"), image->m_device});
-    runCommand(QStringLiteral("partx"), {QStringLiteral("-a"), image->m_device});
-    for (int attempt = 0; attempt < 100 && !QFileInfo::exists(image->partition(partitions));
-         ++attempt)
+    runCommand(u"blockdev"_s, {u"--rereadpt"_s, image->m_device});
+    runCommand(u"partx"_s, {u"-a"_s, image->m_device});
+    for (int attempt = 0; attempt < 100 && !QFile::exists(image->partition(partitions)); ++attempt)
         QThread::msleep(20);
-    if (!QFileInfo::exists(image->partition(partitions))) {
-        fail(why, QStringLiteral("the partitions of %1 did not appear").arg(image->m_device));
-        return nullptr;
-    }
-    return image;
-}
-
-bool LoopImage::createFile(qint64 sizeMiB, QString *why) {
-    if (!isRoot())
-        return fail(why, QStringLiteral("needs root to attach loop devices"));
-    if (!m_dir.isValid())
-        return fail(why, QStringLiteral("no temporary folder"));
-    m_image = m_dir.filePath(QStringLiteral("disk.img"));
-    QFile file(m_image);
-    if (!file.open(QIODevice::WriteOnly) || !file.resize(sizeMiB * 1024 * 1024))
-        return fail(why, QStringLiteral("cannot create the image file"));
-    return true;
-}
-
-bool LoopImage::attachFile(bool partitionScan, QString *why) {
-    QStringList arguments{QStringLiteral("-f"), QStringLiteral("--show")};
-    if (partitionScan)
-        arguments << QStringLiteral("-P");
-    arguments << m_image;
-    const auto losetup = runCommand(QStringLiteral("losetup"), arguments);
-    if (!losetup.ok())
-        return fail(why, QStringLiteral("losetup failed: ") + losetup.output);
-    m_device = losetup.output.trimmed();
-    return true;
-}
-
-// Mount points of the device and its partitions, including mounts a test made by hand.
-QStringList LoopImage::mountsOfDevice() const {
-    QFile table(QStringLiteral("/proc/self/mountinfo"));
-    if (m_device.isEmpty() || !table.open(QIODevice::ReadOnly))
-        return {};
-    QStringList targets;
-    const auto lines = table.readAll().split('\n');
-    for (const QByteArray &line : lines) {
-        const auto fields = line.split(' ');
-        const qsizetype separator = fields.indexOf("-");
-        if (separator < 5 || separator + 2 >= fields.size())
-            continue;
-        const QString source = QString::fromUtf8(fields.at(separator + 2));
-        if (source == m_device || source.startsWith(m_device + QStringLiteral("p")))
-            targets.prepend(unescapeMountPath(fields.at(4)));
-    }
-    return targets;
-}
-
-QString LoopImage::unescapeMountPath(const QByteArray &escaped) {
-    QByteArray path;
-    for (qsizetype i = 0; i < escaped.size(); ++i) {
-        if (escaped.at(i) == '\\' && i + 3 < escaped.size()) {
-            path += char(escaped.mid(i + 1, 3).toInt(nullptr, 8));
-            i += 3;
-        } else {
-            path += escaped.at(i);
-        }
-    }
-    return QString::fromUtf8(path);
+    if (QFile::exists(image->partition(partitions)))
+        return image;
+    fail(why, u"the partitions of %1 did not appear"_s.arg(image->m_device));
+    return nullptr;
 }
 
 LoopImage::~LoopImage() {
-    for (const QString &target : mountsOfDevice())
-        unmount(target);
-    if (!m_device.isEmpty())
-        runCommand(QStringLiteral("losetup"), {QStringLiteral("-d"), m_device});
+    if (m_device.isEmpty())
+        return;
+    // Every mount of the device and its partitions, including those a test made by hand.
+    const QString name = kernelName(m_device);
+    const QStringList nodes = QDir(u"/dev"_s).entryList({name, name + u"p*"_s}, QDir::System);
+    for (const QString &node : nodes)
+        unmountAnyway({u"-A"_s, u"/dev/"_s + node});
+    runCommand(u"losetup"_s, {u"-d"_s, m_device});
 }
 
 QString LoopImage::partition(int number) const {
-    return number == 0 ? m_device : m_device + QStringLiteral("p") + QString::number(number);
+    return number == 0 ? m_device : m_device + u'p' + QString::number(number);
 }
 
 QString LoopImage::kernelName(const QString &devicePath) {
-    return QFileInfo(devicePath).fileName();
+    return devicePath.section(u'/', -1);
 }
 
 bool LoopImage::format(const QString &devicePath, const QString &fsType, const QString &label,
                        QString *why) {
-    CommandResult result;
-    if (fsType == QStringLiteral("ntfs"))
-        result = runCommand(QStringLiteral("mkntfs"), {QStringLiteral("-F"), QStringLiteral("-Q"),
-                                                       QStringLiteral("-L"), label, devicePath});
-    else if (fsType == QStringLiteral("ext4"))
-        result =
-            runCommand(QStringLiteral("mkfs.ext4"), {QStringLiteral("-F"), QStringLiteral("-q"),
-                                                     QStringLiteral("-L"), label, devicePath});
-    else if (fsType == QStringLiteral("btrfs"))
-        result =
-            runCommand(QStringLiteral("mkfs.btrfs"), {QStringLiteral("-f"), QStringLiteral("-q"),
-                                                      QStringLiteral("-L"), label, devicePath});
-    else if (fsType == QStringLiteral("xfs"))
-        result = runCommand(QStringLiteral("mkfs.xfs"), {QStringLiteral("-f"), QStringLiteral("-q"),
-                                                         QStringLiteral("-L"), label, devicePath});
-    else
-        return fail(why, QStringLiteral("unknown file system ") + fsType);
-    if (!result.ok())
-        return fail(why, QStringLiteral("mkfs failed: ") + result.output);
-    return true;
+    static const QHash<QString, QStringList> mkfs{{u"ntfs"_s, {u"mkntfs"_s, u"-F"_s, u"-Q"_s}},
+                                                  {u"ext4"_s, {u"mkfs.ext4"_s, u"-F"_s, u"-q"_s}},
+                                                  {u"btrfs"_s, {u"mkfs.btrfs"_s, u"-f"_s, u"-q"_s}},
+                                                  {u"xfs"_s, {u"mkfs.xfs"_s, u"-f"_s, u"-q"_s}}};
+    const QStringList command = mkfs.value(fsType);
+    if (command.isEmpty())
+        return fail(why, u"unknown file system "_s + fsType);
+    return run(why, command.first(), command.mid(1) << u"-L"_s << label << devicePath);
 }
 
 QString LoopImage::mount(const QString &devicePath, const QString &fsType, bool readOnly,
                          QString *why, const QString &folderName) {
-    const QString target = m_dir.filePath(QStringLiteral("m%1/").arg(m_mountCount++) + folderName);
-    if (!QDir().mkpath(target)) {
-        fail(why, QStringLiteral("cannot create the mount folder"));
-        return {};
-    }
-    const QString options = readOnly ? QStringLiteral("ro") : QStringLiteral("rw");
-    const auto result = fsType == QStringLiteral("ntfs")
-                            ? runCommand(QStringLiteral("ntfs-3g"),
-                                         {QStringLiteral("-o"), options, devicePath, target})
-                            : runCommand(QStringLiteral("mount"),
-                                         {QStringLiteral("-t"), fsType, QStringLiteral("-o"),
-                                          options, devicePath, target});
-    if (!result.ok()) {
-        fail(why, QStringLiteral("mount failed: ") + result.output);
-        return {};
-    }
-    return target;
+    const QString target = m_dir.filePath(u"m%1/"_s.arg(m_mountCount++) + folderName);
+    const QString options = readOnly ? u"ro"_s : u"rw"_s;
+    const bool mounted =
+        !QDir().mkpath(target) ? fail(why, u"cannot create the mount folder"_s)
+        : fsType == "ntfs"_L1
+            ? run(why, u"ntfs-3g"_s, {u"-o"_s, options, devicePath, target})
+            : run(why, u"mount"_s, {u"-t"_s, fsType, u"-o"_s, options, devicePath, target});
+    return mounted ? target : QString();
 }
 
 bool LoopImage::unmount(const QString &mountPoint) {
-    auto result = runCommand(QStringLiteral("umount"), {mountPoint});
-    if (!result.ok())
-        result = runCommand(QStringLiteral("umount"), {QStringLiteral("-l"), mountPoint});
-    return result.ok();
+    return unmountAnyway({mountPoint});
 }
 
 } // namespace testsupport

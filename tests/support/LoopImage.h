@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QString>
-#include <QStringList>
 #include <QTemporaryDir>
 
 #include <memory>
@@ -14,12 +13,10 @@ class LoopImage {
 public:
     // Null with a reason in *why when the machine cannot make one (not root, no loop devices).
     static std::unique_ptr<LoopImage> create(qint64 sizeMiB, QString *why);
-    // Partition table with `partitions` equal partitions, attached with partition scanning.
+    // A DOS table of `partitions` equal partitions (none for 0), attached with partition scanning.
     static std::unique_ptr<LoopImage> createPartitioned(qint64 sizeMiB, int partitions,
                                                         QString *why);
     ~LoopImage();
-    LoopImage(const LoopImage &) = delete;
-    LoopImage &operator=(const LoopImage &) = delete;
 
     QString device() const { return m_device; }
     // /dev/loopNpK, or the whole device for K == 0.
@@ -39,13 +36,8 @@ public:
 
 private:
     LoopImage() = default;
-    bool createFile(qint64 sizeMiB, QString *why);
-    QStringList mountsOfDevice() const;
-    static QString unescapeMountPath(const QByteArray &escaped);
-    bool attachFile(bool partitionScan, QString *why);
 
     QTemporaryDir m_dir;
-    QString m_image;
     QString m_device;
     int m_mountCount = 0;
 };

@@ -5,26 +5,23 @@
 
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace testsupport {
 
 CommandResult runCommand(const QString &program, const QStringList &arguments, int timeoutMs) {
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.start(program, arguments);
-    CommandResult result;
-    if (!process.waitForStarted()) {
-        result.output = process.errorString();
-        return result;
-    }
+    if (!process.waitForStarted())
+        return {-1, process.errorString()};
     if (!process.waitForFinished(timeoutMs)) {
         process.kill();
         process.waitForFinished();
-        result.output = QStringLiteral("timed out");
-        return result;
+        return {-1, u"timed out"_s};
     }
-    result.output = QString::fromLocal8Bit(process.readAll());
-    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    return result;
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            QString::fromLocal8Bit(process.readAll())};
 }
 
 bool isRoot() {
@@ -33,9 +30,7 @@ bool isRoot() {
 
 bool haveProgram(const QString &program) {
     return !QStandardPaths::findExecutable(program).isEmpty() ||
-           !QStandardPaths::findExecutable(program,
-                                           {QStringLiteral("/sbin"), QStringLiteral("/usr/sbin")})
-                .isEmpty();
+           !QStandardPaths::findExecutable(program, {u"/sbin"_s, u"/usr/sbin"_s}).isEmpty();
 }
 
 } // namespace testsupport

@@ -14,7 +14,6 @@ struct CommandResult {
 // Runs a program from argv, no shell, and waits for it (at most timeoutMs).
 CommandResult runCommand(const QString &program, const QStringList &arguments,
                          int timeoutMs = 60000);
-
 bool isRoot();
 bool haveProgram(const QString &program);
 
