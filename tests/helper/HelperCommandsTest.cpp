@@ -19,39 +19,29 @@ using helper::Caller;
 
 namespace {
 
-// A sysfs, procfs and /dev tree in a scratch folder, shaped like a machine with:
-//   sda (internal): sda1, sda2 (holds /)     sdb (USB stick): sdb1
-//   sdc (internal): sdc1 (active swap)       sdd (internal): sdd1 (holds /usr/local)
-//   sde (internal): sde1, under dm-0 (holds /home)   sdf (internal): sdf1 (holds /usr)
-//   mmcblk0 (SD card): mmcblk0p1   loop0 (image): loop0p1, loop0p2 (holds /boot)   loop1
+// A sysfs, procfs and /dev tree in a scratch folder: internal sda (sda2 holds /), sdc (sdc1 is
+// swap), sdd (sdd1 holds /usr/local), sde (sde1 is below dm-0, which holds /home), sdf (sdf1 holds
+// /usr); USB stick sdb, SD card mmcblk0, images loop0 (loop0p2 holds /boot) and loop1.
 class FakeSystem {
 public:
     FakeSystem() {
         addDisk(u"pci/ata"_s, u"sda"_s, {u"sda1"_s, u"sda2"_s});
         addDisk(u"pci/usb1"_s, u"sdb"_s, {u"sdb1"_s});
-        addDisk(u"pci/ata"_s, u"sdc"_s, {u"sdc1"_s});
-        addDisk(u"pci/ata"_s, u"sdd"_s, {u"sdd1"_s});
-        addDisk(u"pci/ata"_s, u"sde"_s, {u"sde1"_s});
-        addDisk(u"pci/ata"_s, u"sdf"_s, {u"sdf1"_s});
+        for (const QChar letter : u"cdef"_s)
+            addDisk(u"pci/ata"_s, u"sd"_s + letter, {u"sd"_s + letter + u'1'});
         addDisk(u"platform/mmc0"_s, u"mmcblk0"_s, {u"mmcblk0p1"_s});
         addDisk(u"virtual/block"_s, u"loop0"_s, {u"loop0p1"_s, u"loop0p2"_s});
         addDisk(u"virtual/block"_s, u"loop1"_s, {});
         addDisk(u"virtual/block"_s, u"dm-0"_s, {});
-        QDir().mkpath(path(u"sys/class/block/dm-0/slaves"_s));
-        QFile::link(path(u"sys/class/block/sde1"_s), path(u"sys/class/block/dm-0/slaves/sde1"_s));
-        QDir().mkpath(path(u"dev/mapper"_s));
-        QFile::link(path(u"dev/dm-0"_s), path(u"dev/mapper/home"_s));
+        writeFile(u"sys/class/block/dm-0/slaves/sde1"_s, {});
         writeFile(u"dev/fuse"_s, {});
         writeFile(u"proc/swaps"_s,
                   "Filename Type Size Used Priority\n/dev/sdc1 partition 8 0 -2\n");
         addMount(u"/dev/sda2"_s, u"/"_s, u"ext4"_s, u"rw"_s);
-        addMount(u"/dev/mapper/home"_s, u"/home"_s, u"ext4"_s, u"rw"_s);
+        addMount(u"/dev/dm-0"_s, u"/home"_s, u"ext4"_s, u"rw"_s);
         addMount(u"/dev/sdf1"_s, u"/usr"_s, u"ext4"_s, u"rw"_s);
         addMount(u"/dev/loop0p2"_s, u"/boot"_s, u"ext4"_s, u"rw"_s);
         addMount(u"/dev/sdd1"_s, u"/usr/local"_s, u"ext4"_s, u"rw"_s);
-    }
-    helper::SystemRoots roots() const {
-        return {path(u"sys"_s), path(u"proc"_s), path(u"dev"_s), false};
     }
     QString path(const QString &relative) const { return m_dir.filePath(relative); }
     void writeFile(const QString &relative, const QByteArray &content) const {
@@ -165,7 +155,8 @@ protected:
     QList<helper::Identity> spawnedAs;
     Volume volume;
     FakeSystem system;
-    helper::DeviceFacts facts{system.roots()};
+    helper::DeviceFacts facts{
+        {system.path(u"sys"_s), system.path(u"proc"_s), system.path(u"dev"_s), false}};
     helper::HelperCommands commands{*this, facts, *this};
 };
 
@@ -221,10 +212,10 @@ TEST_F(HelperCommandsTest, MountReadWriteFailuresExplainAndRestore) {
         {"fell back", true, true, true, {ntfs, {}, 0, hibernated, true}, advice, true},
         {"EPERM", true, true, true, {ntfs, {}, 21, eperm, false}, noAccess, true},
         {"not root", true, false, true, {}, noAccess, false},
-        {"no fuse", true, true, false, {}, noAccess, false},
         {"not NTFS", true, true, true, {u"ext4"_s, {}, 0, {}, false}, u"not NTFS"_s, false},
         {"busy", true, true, true, {ntfs, u"target is busy"_s, 0, {}, false}, u"in use.*target is busy"_s, true},
         {"not mounted", false, true, true, {}, u"not mounted"_s, false},
+        {"no fuse (last: it stays removed)", true, true, false, {}, noAccess, false},
     };
     // clang-format on
     for (const Case &c : cases) {
@@ -232,9 +223,8 @@ TEST_F(HelperCommandsTest, MountReadWriteFailuresExplainAndRestore) {
         system.removeMount(u"/media/x"_s);
         if (c.mounted)
             system.addMount(u"/dev/sdb1"_s, u"/media/x"_s, u"fuseblk"_s, u"ro"_s);
-        QFile::remove(system.path(u"dev/fuse"_s));
-        if (c.fuse)
-            system.writeFile(u"dev/fuse"_s, {});
+        if (!c.fuse)
+            QFile::remove(system.path(u"dev/fuse"_s));
         calls.clear();
         simulate(c.behaviour);
         helper::HelperSettings settings;
@@ -291,16 +281,13 @@ TEST_F(HelperCommandsTest, RenameValidatesTheLabelAndRemountsWhateverHappens) {
 TEST_F(HelperCommandsTest, OpenRunsTheFileBrowserAsTheCallerInTheCallersSession) {
     system.addMount(u"/dev/loop1"_s, u"/media/u/Data"_s, u"fuseblk"_s, u"rw"_s);
     Caller caller = user();
-    if (::getuid() != 0) // the caller's process folder must belong to the caller
-        caller.uid = ::getuid();
+    caller.uid = ::getuid() == 0 ? caller.uid : ::getuid();
     const char environ[] = "DISPLAY=:1\0LD_PRELOAD=/tmp/evil.so\0HOME=/home/u\0"
                            "DBUS_SESSION_BUS_ADDRESS=unix:path=/run/user/1000/bus\0PATH=/tmp\0";
     system.writeFile(u"proc/4242/environ"_s, QByteArray(environ, sizeof environ - 1));
-    if (::getuid() == 0) {
-        ASSERT_EQ(::chown(QFile::encodeName(system.path(u"proc/4242"_s)).constData(), caller.uid,
-                          caller.gid),
-                  0);
-    }
+    // The caller's process folder must be the caller's.
+    ASSERT_EQ(::chown(QFile::encodeName(system.path(u"proc/4242"_s)).constData(), caller.uid, -1),
+              0);
     const auto open = [this](const QString &path, const Caller &who) {
         return send(helper::kOpen, {{u"mountPath"_s, path}}, who);
     };

@@ -7,8 +7,7 @@
 
 using namespace Qt::StringLiterals;
 
-// helper_wire_client SOCKET CODE [KEY=VALUE ...]: prints "result: <text>" and exits 0 when a
-// reply came, 2 when none did.
+// helper_wire_client SOCKET CODE [KEY=VALUE ...] prints "result: <text>", or exits 2 if no reply.
 int main(int argc, char *argv[]) {
     QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
