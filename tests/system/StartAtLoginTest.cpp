@@ -1,4 +1,3 @@
-#include "ScratchHome.h"
 #include "system/LLSettingConfig.h"
 #include "system/LLStartUpItemConfig.h"
 #include "system/TLStartAtLoginController.h"
@@ -70,86 +69,72 @@ TEST_F(AutostartTest, EntryStartsTheProgramWhateverItsPath) {
         EXPECT_EQ(fields.value(u"Type"_s), u"Application"_s);
         QString exec = fields.value(u"Exec"_s);
         EXPECT_EQ(XdgAutostart::execProgram(exec.replace(u"%%"_s, u"%"_s)), program);
+        for (const QString &identifier : {u"../evil"_s, u".."_s, QString()})
+            EXPECT_FALSE(service.setLoginItemEnabled(identifier, true));
     }
-}
-
-TEST_F(AutostartTest, RefusesIdentifiersThatLeaveTheFolderAndUnwritableFolders) {
-    XdgAutostart service({}, u"/usr/bin/vantrelo"_s);
-    for (const QString &identifier : {u"../evil"_s, u".."_s, QString()})
-        EXPECT_FALSE(service.setLoginItemEnabled(identifier, true)) << identifier.toStdString();
     EXPECT_FALSE(QFileInfo::exists(m_config.path() + u"/evil.desktop"_s));
-
-    writeFile(m_config.path() + u"/autostart"_s, "a file where the folder should be");
-    EXPECT_FALSE(service.setLoginItemEnabled(u"x"_s, true));
 }
 
-// A fake job list reaches the states files cannot show: a failing registration, and a job listed
-// with OnDemand false.
-class FakeLoginItems : public LoginItemService {
-public:
+// The fixture is the controller's login item service: a job list and a registration that tests
+// set at will, and one log of registration calls and change announcements in their order.
+class ControllerTest : public ::testing::Test, public LoginItemService {
+protected:
     QList<QVariantMap> copyAllJobDictionaries() override { return jobs; }
     bool setLoginItemEnabled(const QString &identifier, bool enabled) override {
-        calls.append(identifier + (enabled ? u"=on"_s : u"=off"_s));
+        log.append(identifier + (enabled ? u"=on"_s : u"=off"_s));
         return accept;
     }
-    QList<QVariantMap> jobs;
-    QStringList calls;
-    bool accept = true;
-};
-
-struct Controller {
-    explicit Controller(const QList<QVariantMap> &jobs, const QString &identifier = u"id"_s) {
-        fake->jobs = jobs;
-        if (!identifier.isNull())
-            controller.setIdentifier(identifier);
+    void watch(TLStartAtLoginController &controller) {
         QObject::connect(&controller, &TLStartAtLoginController::enabledChanged, &controller,
-                         [this](bool on) { events.append(on ? u"enabled:1"_s : u"enabled:0"_s); });
+                         [this](bool on) { log.append(on ? u"enabled:1"_s : u"enabled:0"_s); });
         QObject::connect(&controller, &TLStartAtLoginController::startAtLoginChanged, &controller,
-                         [this] { events.append(u"startAtLogin"_s); });
+                         [this] { log.append(u"startAtLogin"_s); });
     }
-    std::shared_ptr<FakeLoginItems> fake = std::make_shared<FakeLoginItems>();
-    TLStartAtLoginController controller{fake};
-    QStringList events;
+    QList<QVariantMap> jobs;
+    QStringList log;
+    bool accept = true;
+    // Not owning: the fixture outlives every controller.
+    std::shared_ptr<LoginItemService> service{std::shared_ptr<void>(), this};
 };
 
-TEST(StartAtLoginController, WithoutIdentifierAnswersNoAndIgnoresWrites) {
-    Controller c({job(QString(), true)}, QString());
-    EXPECT_FALSE(c.controller.startAtLogin());
-    c.controller.setStartAtLogin(true);
-    EXPECT_FALSE(c.controller.enabled());
-    EXPECT_TRUE(c.fake->calls.isEmpty());
-    EXPECT_TRUE(c.events.isEmpty());
+TEST_F(ControllerTest, WithoutIdentifierAnswersNoAndIgnoresWrites) {
+    jobs = {job(QString(), true)};
+    TLStartAtLoginController controller(service);
+    watch(controller);
+    EXPECT_FALSE(controller.startAtLogin());
+    controller.setStartAtLogin(true);
+    EXPECT_FALSE(controller.enabled());
+    EXPECT_TRUE(log.isEmpty());
 }
 
-TEST(StartAtLoginController, ReadUsesTheFirstMatchingJobAndAnnouncesOnlyChanges) {
-    Controller c({job(u"other"_s, false), job(u"id"_s, true), job(u"id"_s, false)});
-    EXPECT_TRUE(c.controller.enabled()); // setIdentifier read the job list
-    EXPECT_TRUE(c.controller.startAtLogin());
-    EXPECT_TRUE(c.events.isEmpty());
-    c.fake->jobs = {job(u"id"_s, false)};
-    EXPECT_FALSE(c.controller.startAtLogin());
-    c.fake->jobs = {QVariantMap{{u"Label"_s, u"id"_s}}}; // no OnDemand entry
-    EXPECT_FALSE(c.controller.startAtLogin());
-    EXPECT_EQ(c.events, QStringList{u"enabled:0"_s});
+TEST_F(ControllerTest, ReadUsesTheFirstMatchingJobAndAnnouncesOnlyChanges) {
+    jobs = {job(u"other"_s, false), job(u"id"_s, true), job(u"id"_s, false)};
+    TLStartAtLoginController controller(u"id"_s, service);
+    watch(controller);
+    EXPECT_TRUE(controller.enabled()); // setting the identifier read the job list
+    EXPECT_TRUE(controller.startAtLogin());
+    jobs = {job(u"id"_s, false)};
+    EXPECT_FALSE(controller.startAtLogin());
+    jobs = {QVariantMap{{u"Label"_s, u"id"_s}}}; // no OnDemand entry
+    EXPECT_FALSE(controller.startAtLogin());
+    EXPECT_EQ(log, QStringList{u"enabled:0"_s});
 }
 
-TEST(StartAtLoginController, WriteReportsTheRequestNotTheState) {
-    Controller c({job(u"id"_s, true)});
+TEST_F(ControllerTest, WriteReportsTheRequestNotTheState) {
+    jobs = {job(u"id"_s, true)};
+    TLStartAtLoginController controller(u"id"_s, service);
+    watch(controller);
     // Switching off succeeds, so `enabled` stays true until the next read.
-    c.controller.setStartAtLogin(false);
-    c.fake->jobs.clear();
-    EXPECT_TRUE(c.controller.enabled());
-    EXPECT_EQ(c.events, (QStringList{u"enabled:1"_s, u"startAtLogin"_s}));
-    EXPECT_FALSE(c.controller.startAtLogin());
-    EXPECT_FALSE(c.controller.enabled());
-
+    controller.setStartAtLogin(false);
+    jobs.clear();
+    EXPECT_TRUE(controller.enabled());
+    EXPECT_FALSE(controller.startAtLogin());
     // A refused request shows as false even when the item was asked to start.
-    c.fake->accept = false;
-    c.events.clear();
-    c.controller.setEnabled(true);
-    EXPECT_FALSE(c.controller.enabled());
-    EXPECT_EQ(c.fake->calls, (QStringList{u"id=off"_s, u"id=on"_s}));
-    EXPECT_EQ(c.events, (QStringList{u"enabled:0"_s, u"startAtLogin"_s}));
+    accept = false;
+    controller.setEnabled(true);
+    EXPECT_FALSE(controller.enabled());
+    EXPECT_EQ(log, (QStringList{u"id=off"_s, u"enabled:1"_s, u"startAtLogin"_s, u"enabled:0"_s,
+                                u"id=on"_s, u"enabled:0"_s, u"startAtLogin"_s}));
 }
 
 TEST_F(AutostartTest, FacadeRegistersTheLaunchItemForThisProgram) {
@@ -178,7 +163,6 @@ TEST_F(AutostartTest, SessionItemsAreRemovedWhereverTheProgramLives) {
     LLStartUpItemConfig::setStartAtLogin(true);
 
     // A copy of this program elsewhere, another program, and a hand-made entry for this program.
-    XdgAutostart({}, u"/elsewhere/"_s + self).addSessionItem(u"/elsewhere/"_s + self);
     writeFile(entry(u"copy.desktop"_s), "[Desktop Entry]\nExec=\"/other place/" + self.toUtf8() +
                                             "\"\nX-Vantrelo-SessionLoginItem=true\n");
     XdgAutostart({}, u"/usr/bin/other"_s).addSessionItem(u"/usr/bin/other"_s);
@@ -190,25 +174,24 @@ TEST_F(AutostartTest, SessionItemsAreRemovedWhereverTheProgramLives) {
                            u"other.desktop"_s}));
 }
 
-TEST(SettingConfig, LoadsTheStoredChoiceAndFalseOtherwise) {
+TEST(SettingConfig, LoadsTheStoredChoiceSavesAnIntegerAtOnce) {
     QTemporaryDir dir;
     UserDefaults defaults(dir.filePath(u"defaults.json"_s));
-    const std::pair<QVariant, bool> cases[] = {
-        {QVariant(), false},          {QVariant(qint64(1)), true},
-        {QVariant(qint64(0)), false}, {QVariant(u"YES"_s), true},
-        {QVariant(u"abc"_s), false},  {QVariant(QByteArray("1")), false}};
-    for (const auto &[stored, expected] : cases) {
+    for (const auto &[stored, expected] : {std::pair{QVariant(), false},
+                                           {QVariant(qint64(1)), true},
+                                           {QVariant(qint64(0)), false},
+                                           {QVariant(u"YES"_s), true},
+                                           {QVariant(u"abc"_s), false}}) {
         defaults.setObject(stored, u"enableBootKey"_s);
         EXPECT_EQ(LLSettingConfig(defaults).enableBoot(), expected)
             << stored.toString().toStdString();
     }
-}
 
-TEST(SettingConfig, SharedInstanceSavesAnIntegerAtOnceAndClearRemovesIt) {
+    // The shared instance, on the standard defaults (in ScratchHome's folder).
     LLSettingConfig &config = LLSettingConfig::sharedConfig();
     EXPECT_EQ(&config, &LLSettingConfig::sharedConfig());
     const QString file = UserDefaults::standard().filePath();
-    EXPECT_TRUE(file.startsWith(scratchhome::root()));
+    ASSERT_TRUE(file.startsWith(QFile::decodeName(qgetenv("XDG_CONFIG_HOME"))));
     config.setEnableBoot(true);
     EXPECT_FALSE(UserDefaults(file).objectForKey(u"enableBootKey"_s).isValid()); // not saved yet
     for (const bool on : {true, false}) {

@@ -15,49 +15,39 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// clang-format off
 TEST(TLUtility, FileSizesUseDecimalUnitsWithStrictBoundaries) {
-    const std::pair<qint64, QString> cases[] = {
-        {0, u"0B"_s},
-        {999, u"999B"_s},
-        {1000, u"1.0 KB"_s},
-        {999999, u"1000.0 KB"_s},
-        {1000000, u"1000.0 KB"_s},
-        {1000001, u"1.0 MB"_s},
-        {1000000000, u"1000.0 MB"_s},
-        {1000000001, u"1.0 GB"_s},
-        {1500000000, u"1.5 GB"_s},
-        {-1, u"-1B"_s},
-        {std::numeric_limits<qint64>::max(), u"9223372036.9 GB"_s},
-    };
+    const std::pair<qint64, const char *> cases[] = {
+        {0, "0B"}, {999, "999B"}, {1000, "1.0 KB"}, {999999, "1000.0 KB"}, {1000000, "1000.0 KB"},
+        {1000001, "1.0 MB"}, {1000000000, "1000.0 MB"}, {1000000001, "1.0 GB"},
+        {1500000000, "1.5 GB"}, {-1, "-1B"},
+        {std::numeric_limits<qint64>::max(), "9223372036.9 GB"}};
     for (const auto &[bytes, text] : cases)
-        EXPECT_EQ(TLUtility::getFileSizeStrWithSize(bytes), text) << bytes;
+        EXPECT_EQ(TLUtility::getFileSizeStrWithSize(bytes), QLatin1String(text)) << bytes;
 }
 
 TEST(TLUtility, TimeTexts) {
-    const std::pair<double, QString> times[] = {{0.25, u"00:00:00.25"_s},
-                                                {3723.5, u"01:02:03.50"_s},
-                                                {360000, u"100:00:00.00"_s},
-                                                // Must not overflow the 32-bit parts.
-                                                {std::nan(""), u"00:00:00.00"_s}};
+    // NaN must not overflow the 32-bit parts.
+    const std::pair<double, const char *> times[] = {
+        {0.25, "00:00:00.25"}, {3723.5, "01:02:03.50"}, {360000, "100:00:00.00"},
+        {std::nan(""), "00:00:00.00"}};
     for (const auto &[seconds, text] : times)
-        EXPECT_EQ(TLUtility::getTimeString(seconds), text) << seconds;
+        EXPECT_EQ(TLUtility::getTimeString(seconds), QLatin1String(text)) << seconds;
 
-    const std::pair<qint32, QString> clocks[] = {
-        {9, u"00:09"_s}, {3599, u"59:59"_s}, {3600, u"01:00:00"_s}, {360000, u"100:00:00"_s}};
+    const std::pair<qint32, const char *> clocks[] = {
+        {9, "00:09"}, {3599, "59:59"}, {3600, "01:00:00"}, {360000, "100:00:00"}};
     for (const auto &[seconds, text] : clocks)
-        EXPECT_EQ(TLUtility::getDateStrBySecond(seconds), text) << seconds;
+        EXPECT_EQ(TLUtility::getDateStrBySecond(seconds), QLatin1String(text)) << seconds;
 
     // A fraction is needed, and exactly three fields before it.
-    const std::pair<QString, double> texts[] = {{u"01:02:03.5"_s, 3723.5},
-                                                {u"01:02:03"_s, 0.0},
-                                                {u"02:03.5"_s, 0.5},
-                                                {u"1:2:3:4.5"_s, 0.5},
-                                                {u"aa:bb:cc.5"_s, 0.5},
-                                                {u"00:00:01.5.7"_s, 1.5},
-                                                {u""_s, 0.0}};
+    const std::pair<const char *, double> texts[] = {
+        {"01:02:03.5", 3723.5}, {"01:02:03", 0.0}, {"02:03.5", 0.5}, {"1:2:3:4.5", 0.5},
+        {"aa:bb:cc.5", 0.5}, {"00:00:01.5.7", 1.5}, {"", 0.0}};
     for (const auto &[text, seconds] : texts)
-        EXPECT_DOUBLE_EQ(TLUtility::getAllSecondsWithHHMMSSMS(text), seconds) << text.toStdString();
+        EXPECT_DOUBLE_EQ(TLUtility::getAllSecondsWithHHMMSSMS(QLatin1String(text)), seconds)
+            << text;
 }
+// clang-format on
 
 TEST(TLUtility, DatesUseUnicodePatternsInLocalTime) {
     const QDateTime date(QDate(2024, 3, 5), QTime(7, 8, 9));
@@ -80,11 +70,9 @@ TEST(TLUtility, WholeDaysBetweenDates) {
     const struct {
         QDateTime from, to;
         qint64 days;
-    } cases[] = {
-        {at(3, 5, 12), at(3, 6, 12), 1},   {at(3, 5, 12), at(3, 6, 11, 59), 0},
-        {at(3, 6, 12), at(3, 5, 12), -1},  {at(3, 6, 12), at(3, 5, 12, 1), 0},
-        {at(1, 31, 12), at(3, 1, 12), 30}, {at(3, 5, 23), at(3, 6, 1), 0},
-    };
+    } cases[] = {{at(3, 5, 12), at(3, 6, 12), 1},   {at(3, 5, 12), at(3, 6, 11, 59), 0},
+                 {at(3, 6, 12), at(3, 5, 12), -1},  {at(3, 6, 12), at(3, 5, 12, 1), 0},
+                 {at(1, 31, 12), at(3, 1, 12), 30}, {at(3, 5, 23), at(3, 6, 1), 0}};
     for (const auto &c : cases)
         EXPECT_EQ(TLUtility::numberOfDaysWithFromDate(c.from, c.to), c.days)
             << c.from.toString().toStdString() << " -> " << c.to.toString().toStdString();
@@ -94,11 +82,9 @@ TEST(TLUtility, TypeConformanceFollowsTheMimeHierarchy) {
     const struct {
         QString extension, type;
         bool conforms;
-    } cases[] = {
-        {u"PNG"_s, u"public.image"_s, true},       {u"png"_s, u"image/png"_s, true},
-        {u"txt"_s, u"public.image"_s, false},      {u"html"_s, u"text/plain"_s, true},
-        {u"xyzunknown"_s, u"public.data"_s, true}, {u"pdf"_s, u"com.adobe.pdf"_s, true},
-    };
+    } cases[] = {{u"PNG"_s, u"public.image"_s, true},       {u"png"_s, u"image/png"_s, true},
+                 {u"txt"_s, u"public.image"_s, false},      {u"html"_s, u"text/plain"_s, true},
+                 {u"xyzunknown"_s, u"public.data"_s, true}, {u"pdf"_s, u"com.adobe.pdf"_s, true}};
     for (const auto &c : cases)
         EXPECT_EQ(TLUtility::conformsToUTI(c.extension, c.type), c.conforms)
             << c.extension.toStdString() << " / " << c.type.toStdString();
