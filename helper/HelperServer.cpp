@@ -11,6 +11,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -219,17 +220,29 @@ void HelperServer::acceptAll() {
         }
         auto connection = std::make_unique<Connection>();
         connection->fd = fd;
-        if (int(m_connections.size()) >= m_limits.maxConnections) {
-            qCWarning(lcHelper) << "too many connections; refusing one";
-            continue;
-        }
         if (!Caller::fromSocket(fd, &connection->caller)) {
             qCWarning(lcHelper) << "a caller without credentials was refused";
             continue;
         }
+        if (!admits(connection->caller))
+            continue;
         connection->id = m_nextId++;
         m_connections.emplace(connection->id, std::move(connection));
     }
+}
+
+bool HelperServer::admits(const Caller &caller) const {
+    if (int(m_connections.size()) >= m_limits.maxConnections) {
+        qCWarning(lcHelper) << "too many connections; refusing one from uid" << caller.uid;
+        return false;
+    }
+    const auto sameUser = [&](const auto &entry) { return entry.second->caller.uid == caller.uid; };
+    if (std::count_if(m_connections.begin(), m_connections.end(), sameUser) >=
+        m_limits.maxConnectionsPerUser) {
+        qCWarning(lcHelper) << "uid" << caller.uid << "holds too many connections; refusing one";
+        return false;
+    }
+    return true;
 }
 
 void HelperServer::readFrom(Connection &connection) {

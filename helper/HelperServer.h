@@ -31,6 +31,8 @@ class HelperServer {
 public:
     struct Limits {
         int maxConnections = 256;
+        // So one local user cannot take every slot and lock the others out.
+        int maxConnectionsPerUser = 64;
         int maxInFlightPerConnection = 32;
         qsizetype maxQueuedOutput = 1024 * 1024;
     };
@@ -50,6 +52,7 @@ public:
 private:
     struct Connection;
     void acceptAll();
+    bool admits(const Caller &caller) const;
     void readFrom(Connection &connection);
     void writeTo(Connection &connection);
     void dispatch(Connection &connection, const wire::Request &request);

@@ -3,7 +3,6 @@
 #include "helperclient/wire/WireClient.h"
 #include "tests/support/QtPrinters.h"
 
-#include <QScopeGuard>
 #include <QSemaphore>
 #include <QTemporaryDir>
 
@@ -39,25 +38,39 @@ public:
     mutable QStringList finished;
 };
 
-TEST(HelperServer, OneCommandPerDiskOthersInParallelAndVersionAlwaysAnswers) {
-    QTemporaryDir dir;
-    const QString socketPath = dir.filePath(u"helper.sock"_s);
-    QString why;
-    const int listenFd = helper::listenOnPath(socketPath, &why);
-    ASSERT_GE(listenFd, 0) << why.toStdString();
-    ScriptedHandler handler;
-    helper::DiskScheduler scheduler(4);
-    helper::HelperServer server(listenFd, handler, scheduler);
-    bool served = false;
-    std::thread loop([&] { served = server.run(); });
-    const auto stop = qScopeGuard([&] {
+// The server on a scratch socket, serving on its own thread until the test ends.
+class HelperServerTest : public ::testing::Test {
+protected:
+    void start(helper::HelperServer::Limits limits = {}) {
+        socketPath = dir.filePath(u"helper.sock"_s);
+        QString why;
+        listenFd = helper::listenOnPath(socketPath, &why);
+        ASSERT_GE(listenFd, 0) << why.toStdString();
+        server = std::make_unique<helper::HelperServer>(listenFd, handler, scheduler, limits);
+        loop = std::thread([this] { served = server->run(); });
+    }
+    void TearDown() override {
         handler.release.release(10);
-        server.stop();
+        if (!server)
+            return;
+        server->stop();
         loop.join();
         EXPECT_TRUE(served);
         ::close(listenFd);
-    });
+    }
 
+    QTemporaryDir dir;
+    QString socketPath;
+    int listenFd = -1;
+    ScriptedHandler handler;
+    helper::DiskScheduler scheduler{4};
+    std::unique_ptr<helper::HelperServer> server;
+    std::thread loop;
+    bool served = false;
+};
+
+TEST_F(HelperServerTest, OneCommandPerDiskOthersInParallelAndVersionAlwaysAnswers) {
+    start();
     auto worker = wire::WireClient::connectTo(socketPath);
     auto queued = wire::WireClient::connectTo(socketPath);
     auto other = wire::WireClient::connectTo(socketPath);
@@ -72,6 +85,30 @@ TEST(HelperServer, OneCommandPerDiskOthersInParallelAndVersionAlwaysAnswers) {
     EXPECT_EQ(worker->receive().value_or(wire::Reply{}).id, 100u);
     EXPECT_EQ(queued->receive().value_or(wire::Reply{}).id, 200u);
     EXPECT_EQ(handler.finished, QStringList({u"sdc"_s, u"slow"_s, u"slow"_s}));
+}
+
+// One user holding every slot would lock everyone else out of the helper.
+TEST_F(HelperServerTest, AUserBeyondTheirShareOfConnectionsIsTurnedAway) {
+    helper::HelperServer::Limits limits;
+    limits.maxConnectionsPerUser = 2;
+    start(limits);
+    auto first = wire::WireClient::connectTo(socketPath);
+    auto second = wire::WireClient::connectTo(socketPath);
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(second->result(7), u"1.0.1"_s);
+    auto third = wire::WireClient::connectTo(socketPath);
+    ASSERT_TRUE(third); // the kernel accepts; the server closes it unanswered
+    EXPECT_TRUE(third->closedByServer());
+    EXPECT_EQ(first->result(7), u"1.0.1"_s);
+    first.reset();
+    // The freed slot is given to the next connection once the server has seen the close.
+    std::unique_ptr<wire::WireClient> fourth;
+    for (int attempt = 0; attempt < 200 && !fourth; ++attempt) {
+        fourth = wire::WireClient::connectTo(socketPath);
+        if (fourth && fourth->result(7) != u"1.0.1"_s)
+            fourth.reset();
+    }
+    EXPECT_TRUE(fourth);
 }
 
 } // namespace
