@@ -36,18 +36,12 @@ void LocalCollectServer::readFrom(QTcpSocket *socket) {
     QByteArray &buffer = m_buffers[socket];
     buffer += socket->readAll();
     for (qsizetype headerEnd; (headerEnd = buffer.indexOf("\r\n\r\n")) >= 0;) {
-        const QList<QByteArray> lines = buffer.left(headerEnd).split('\n');
-        const QList<QByteArray> requestLine = lines.first().trimmed().split(' ');
-        Request request{requestLine.value(0), requestLine.value(1), {}, {}, Answer::Accept};
-        qsizetype length = 0;
-        for (const QByteArray &line : lines) {
-            const QByteArray name = line.left(line.indexOf(':')).trimmed().toLower();
-            const QByteArray value = line.mid(line.indexOf(':') + 1).trimmed();
-            if (name == "content-length")
-                length = value.toLongLong();
-            else if (name == "content-type")
-                request.contentType = value;
-        }
+        Request request{buffer.left(headerEnd), {}, Answer::Accept};
+        const qsizetype lengthAt = request.head.toLower().indexOf("\r\ncontent-length:");
+        const qsizetype length =
+            lengthAt < 0
+                ? 0
+                : request.head.mid(lengthAt + 17).split('\r').first().trimmed().toLongLong();
         const qsizetype bodyStart = headerEnd + 4;
         request.answer = m_policy(int(m_requests.size()));
         if (request.answer == Answer::CloseMidBody && buffer.size() > bodyStart) {

@@ -15,7 +15,7 @@ class LocalCollectServer {
 public:
     enum class Answer { Accept, Refuse, BadRequest, Hang, CloseMidBody };
     struct Request {
-        QByteArray method, target, contentType;
+        QByteArray head;  // request line and headers
         QJsonObject body; // empty when the connection was dropped halfway
         Answer answer;
     };

@@ -8,7 +8,6 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QTemporaryDir>
-#include <QUrlQuery>
 
 #include <gtest/gtest.h>
 
@@ -16,6 +15,7 @@
 #include <vector>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 using Answer = LocalCollectServer::Answer;
 
 namespace {
@@ -41,18 +41,16 @@ AnalyticsConfiguration configFor(const LocalCollectServer &server, const QTempor
     c.apiSecret = u"s3cret"_s;
     c.endpoint = server.endpoint();
     c.queueFilePath = dir.filePath(u"queue"_s);
-    c.requestTimeout = std::chrono::milliseconds(400);
-    c.initialRetryDelay = std::chrono::milliseconds(10);
-    c.maxRetryDelay = std::chrono::milliseconds(80);
+    c.requestTimeout = 400ms;
+    c.initialRetryDelay = 10ms;
+    c.maxRetryDelay = 80ms;
     return c;
 }
 
-// Every expected event was accepted exactly once, and nothing else was.
-void expectDeliveredOnce(const LocalCollectServer &server, QStringList expected) {
-    QStringList delivered = server.deliveredLabels();
-    delivered.sort();
-    expected.sort();
-    EXPECT_EQ(delivered, expected);
+// Events in the order they arrived do not matter; each one arriving exactly once does.
+QStringList sorted(QStringList list) {
+    list.sort();
+    return list;
 }
 
 TEST(MeasurementUploader, SendsBatchesOfAtMost25ToTheMeasurementProtocol) {
@@ -68,12 +66,9 @@ TEST(MeasurementUploader, SendsBatchesOfAtMost25ToTheMeasurementProtocol) {
     ASSERT_EQ(server.requests().size(), 3);
     for (int i = 0; i < 3; ++i) {
         const auto &request = server.requests()[i];
-        const QUrl target(QString::fromUtf8(request.target));
-        EXPECT_EQ(request.method, "POST");
-        EXPECT_EQ(request.contentType, "application/json");
-        EXPECT_EQ(target.path(), u"/mp/collect"_s);
-        EXPECT_EQ(QUrlQuery(target).queryItemValue(u"measurement_id"_s), u"G-TEST123"_s);
-        EXPECT_EQ(QUrlQuery(target).queryItemValue(u"api_secret"_s), u"s3cret"_s);
+        EXPECT_TRUE(request.head.startsWith(
+            "POST /mp/collect?measurement_id=G-TEST123&api_secret=s3cret HTTP/1.1\r\n"));
+        EXPECT_TRUE(request.head.toLower().contains("\r\ncontent-type: application/json"));
         EXPECT_FALSE(request.body[u"client_id"_s].toString().isEmpty());
         EXPECT_EQ(request.body[u"events"_s].toArray().size(), i < 2 ? 25 : 11);
     }
@@ -89,7 +84,7 @@ TEST(MeasurementUploader, SendsBatchesOfAtMost25ToTheMeasurementProtocol) {
     const QJsonValue last = server.requests()[2].body[u"events"_s][10];
     EXPECT_EQ(last[u"name"_s], QJsonValue(QString(40, u'N')));
     EXPECT_EQ(last[u"params"_s][u"event_action"_s], QJsonValue(u""_s));
-    expectDeliveredOnce(server, labels(0, 60) << QString(100, u'x'));
+    EXPECT_EQ(sorted(server.deliveredLabels()), sorted(labels(0, 60) << QString(100, u'x')));
 }
 
 // The second and fourth requests fail, each after a success: nothing is lost, nothing accepted is
@@ -110,7 +105,7 @@ TEST(MeasurementUploader, NoEventLostNoneSentTwiceWhateverTheServerDoes) {
         uploader.enqueue(events(0, 40));
         uploader.enqueue(events(40, 80));
         ASSERT_TRUE(waitUntil([&] { return uploader.queuedCount() == 0; }));
-        expectDeliveredOnce(server, expected);
+        EXPECT_EQ(sorted(server.deliveredLabels()), sorted(expected));
     }
 }
 
@@ -136,11 +131,10 @@ TEST(MeasurementUploader, NextRunSendsOnlyWhatWasNotAccepted) {
     server.setPolicy([](int) { return Answer::Accept; });
     MeasurementUploader next(config);
     next.start();
-    EXPECT_FALSE(clientId.isEmpty());
     EXPECT_EQ(next.clientId(), clientId);
     EXPECT_EQ(next.queuedCount(), 25);
     ASSERT_TRUE(waitUntil([&] { return next.queuedCount() == 0; }));
-    expectDeliveredOnce(server, labels(10, 60));
+    EXPECT_EQ(sorted(server.deliveredLabels()), sorted(labels(10, 60)));
 }
 
 // Nothing listens at first, so everything tracked must survive the tracker going away.
@@ -162,7 +156,7 @@ TEST(EventTracker, EventsFromManyThreadsAllArriveAfterARestart) {
     }
     EventTracker next(configFor(server, dir));
     ASSERT_TRUE(waitUntil([&] { return server.deliveredLabels().size() >= 200; }));
-    expectDeliveredOnce(server, labels(0, 200));
+    EXPECT_EQ(sorted(server.deliveredLabels()), sorted(labels(0, 200)));
 }
 
 TEST(GoogleAnalytics, WithoutASecretNothingLeavesTheMachineEvenIfOneComesLater) {

@@ -3,9 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <cstdint>
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 // Replays a fuzzer's stored corpus (VANTRELO_FUZZ_CORPUS) through the fuzz entry it is linked

@@ -24,11 +24,10 @@ public:
     // The kernel name without /dev/, as the disk layer reports it.
     static QString kernelName(const QString &devicePath);
 
-    // fsType: ntfs, ext4, btrfs or xfs.
     bool format(const QString &devicePath, const QString &fsType, const QString &label,
                 QString *why);
-    // Mounts at a fresh folder (with `folderName` as its last component) and returns the folder,
-    // or "" with a reason. NTFS goes through ntfs-3g.
+    // fsType: ntfs, ext4, btrfs or xfs. Mounts at a fresh folder named `folderName` and returns
+    // it, or "" with a reason; NTFS through ntfs-3g.
     QString mount(const QString &devicePath, const QString &fsType, bool readOnly, QString *why,
                   const QString &folderName = QStringLiteral("volume"));
     bool unmount(const QString &mountPoint);

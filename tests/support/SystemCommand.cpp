@@ -5,8 +5,6 @@
 
 #include <unistd.h>
 
-using namespace Qt::StringLiterals;
-
 namespace testsupport {
 
 CommandResult runCommand(const QString &program, const QStringList &arguments, int timeoutMs) {
@@ -18,7 +16,7 @@ CommandResult runCommand(const QString &program, const QStringList &arguments, i
     if (!process.waitForFinished(timeoutMs)) {
         process.kill();
         process.waitForFinished();
-        return {-1, u"timed out"_s};
+        return {-1, QStringLiteral("timed out")};
     }
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
             QString::fromLocal8Bit(process.readAll())};
@@ -30,7 +28,9 @@ bool isRoot() {
 
 bool haveProgram(const QString &program) {
     return !QStandardPaths::findExecutable(program).isEmpty() ||
-           !QStandardPaths::findExecutable(program, {u"/sbin"_s, u"/usr/sbin"_s}).isEmpty();
+           !QStandardPaths::findExecutable(program,
+                                           {QStringLiteral("/sbin"), QStringLiteral("/usr/sbin")})
+                .isEmpty();
 }
 
 } // namespace testsupport
