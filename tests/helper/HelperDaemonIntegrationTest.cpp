@@ -247,4 +247,23 @@ TEST_F(DaemonTest, GarbageAndAbandonedCommandsDoNotDisturbOthers) {
     expectOnlyMount(image->device(), target, false);
 }
 
+// Started the way systemd starts it: the listening socket arrives as descriptor 3.
+TEST(DaemonActivation, ServesTheSocketSystemdPasses) {
+    if (!testsupport::haveProgram(u"systemd-socket-activate"_s))
+        GTEST_SKIP() << "systemd-socket-activate is not installed";
+    QTemporaryDir dir;
+    const QString socketPath = dir.filePath(u"activated.sock"_s);
+    QProcess activator;
+    activator.start(u"systemd-socket-activate"_s,
+                    {u"-l"_s, socketPath, QStringLiteral(VANTRELO_HELPER_DAEMON)});
+    ASSERT_TRUE(activator.waitForStarted());
+    std::unique_ptr<WireClient> client;
+    for (int attempt = 0; attempt < 400 && !(client = WireClient::connectTo(socketPath)); ++attempt)
+        QThread::msleep(25);
+    ASSERT_TRUE(client);
+    EXPECT_EQ(client->result(helper::kVersion), QStringLiteral(VANTRELO_VERSION));
+    activator.terminate();
+    EXPECT_TRUE(activator.waitForFinished(30000));
+}
+
 } // namespace
