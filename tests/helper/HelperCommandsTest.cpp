@@ -192,6 +192,22 @@ TEST_F(HelperCommandsTest, GuardsRefuseBeforeAnythingRuns) {
         EXPECT_EQ(sendTo(name, helper::kRepair), u""_s) << name.toStdString();
 }
 
+// A volume mounted for one user is not another ordinary user's to change.
+TEST_F(HelperCommandsTest, AnotherUsersVolumeIsLeftToThemAndAdministrators) {
+    if (::getuid() != 0)
+        GTEST_SKIP() << "giving the mount folder another owner needs root";
+    const QString target = system.path(u"media/other"_s);
+    ASSERT_TRUE(QDir().mkpath(target));
+    ASSERT_EQ(::chown(QFile::encodeName(target).constData(), 2000, 2000), 0);
+    system.addMount(u"/dev/sdb1"_s, target, u"fuseblk"_s, u"ro"_s);
+    simulate();
+    for (const quint64 code : {helper::kMountReadWrite, helper::kEject, helper::kRepair,
+                               helper::kErase, helper::kRename})
+        EXPECT_TRUE(sendTo(u"sdb1"_s, code).contains(u"another user"_s)) << code;
+    EXPECT_TRUE(calls.isEmpty());
+    EXPECT_EQ(sendTo(u"sdb1"_s, helper::kRepair, user(true)), u""_s);
+}
+
 // Every way a remount can fail or not apply gets its answer; the volume stays, or is back,
 // read-only where it was, and nothing is ever forced.
 TEST_F(HelperCommandsTest, MountReadWriteFailuresExplainAndRestore) {
