@@ -1,7 +1,6 @@
 #include "tests/support/QtPrinters.h"
 #include "util/TLUtility.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
@@ -47,6 +46,29 @@ TEST(TLUtility, TimeTexts) {
         EXPECT_DOUBLE_EQ(TLUtility::getAllSecondsWithHHMMSSMS(QLatin1String(text)), seconds)
             << text;
 }
+
+TEST(TLUtility, WholeDaysBetweenDates) {
+    const auto at = [](int month, int day, int hour, int second = 0) {
+        return QDateTime(QDate(2024, month, day), QTime(hour, 0, second));
+    };
+    const struct { QDateTime from, to; qint64 days; } cases[] = {
+        {at(3, 5, 12), at(3, 6, 12), 1}, {at(3, 5, 12), at(3, 6, 11, 59), 0},
+        {at(3, 6, 12), at(3, 5, 12), -1}, {at(3, 6, 12), at(3, 5, 12, 1), 0},
+        {at(1, 31, 12), at(3, 1, 12), 30}, {at(3, 5, 23), at(3, 6, 1), 0}};
+    for (const auto &c : cases)
+        EXPECT_EQ(TLUtility::numberOfDaysWithFromDate(c.from, c.to), c.days)
+            << c.from.toString().toStdString() << " -> " << c.to.toString().toStdString();
+}
+
+TEST(TLUtility, TypeConformanceFollowsTheMimeHierarchy) {
+    const std::tuple<const char *, const char *, bool> cases[] = {
+        {"PNG", "public.image", true}, {"png", "image/png", true}, {"txt", "public.image", false},
+        {"html", "text/plain", true}, {"xyzunknown", "public.data", true},
+        {"pdf", "com.adobe.pdf", true}};
+    for (const auto &[extension, type, conforms] : cases)
+        EXPECT_EQ(TLUtility::conformsToUTI(QLatin1String(extension), QLatin1String(type)), conforms)
+            << extension << " / " << type;
+}
 // clang-format on
 
 TEST(TLUtility, DatesUseUnicodePatternsInLocalTime) {
@@ -63,49 +85,19 @@ TEST(TLUtility, DatesUseUnicodePatternsInLocalTime) {
     EXPECT_FALSE(TLUtility::dateFromString(u"2024-03-05"_s, QString()).isValid());
 }
 
-TEST(TLUtility, WholeDaysBetweenDates) {
-    const auto at = [](int month, int day, int hour, int second = 0) {
-        return QDateTime(QDate(2024, month, day), QTime(hour, 0, second));
-    };
-    const struct {
-        QDateTime from, to;
-        qint64 days;
-    } cases[] = {{at(3, 5, 12), at(3, 6, 12), 1},   {at(3, 5, 12), at(3, 6, 11, 59), 0},
-                 {at(3, 6, 12), at(3, 5, 12), -1},  {at(3, 6, 12), at(3, 5, 12, 1), 0},
-                 {at(1, 31, 12), at(3, 1, 12), 30}, {at(3, 5, 23), at(3, 6, 1), 0}};
-    for (const auto &c : cases)
-        EXPECT_EQ(TLUtility::numberOfDaysWithFromDate(c.from, c.to), c.days)
-            << c.from.toString().toStdString() << " -> " << c.to.toString().toStdString();
-}
-
-TEST(TLUtility, TypeConformanceFollowsTheMimeHierarchy) {
-    const struct {
-        QString extension, type;
-        bool conforms;
-    } cases[] = {{u"PNG"_s, u"public.image"_s, true},       {u"png"_s, u"image/png"_s, true},
-                 {u"txt"_s, u"public.image"_s, false},      {u"html"_s, u"text/plain"_s, true},
-                 {u"xyzunknown"_s, u"public.data"_s, true}, {u"pdf"_s, u"com.adobe.pdf"_s, true}};
-    for (const auto &c : cases)
-        EXPECT_EQ(TLUtility::conformsToUTI(c.extension, c.type), c.conforms)
-            << c.extension.toStdString() << " / " << c.type.toStdString();
-}
-
 TEST(TLUtility, SupportFoldersAreCreatedUnderTheDataFolder) {
     QTemporaryDir dir;
     const QByteArray saved = qgetenv("XDG_DATA_HOME");
     qputenv("XDG_DATA_HOME", QFile::encodeName(dir.path()));
     const QString support = dir.path() + u"/com.corvin.Vantrelo/Vantrelo"_s;
+    // A file in the way: the path all the same, the file untouched.
+    ASSERT_TRUE(QFile(dir.filePath(u"com.corvin.Vantrelo"_s)).open(QIODevice::WriteOnly));
+    EXPECT_EQ(TLUtility::getTempPath(), support + u"/temporary"_s);
+    EXPECT_TRUE(QFile::remove(dir.filePath(u"com.corvin.Vantrelo"_s)));
+
     EXPECT_EQ(TLUtility::getTempPath(), support + u"/temporary"_s);
     EXPECT_TRUE(QFileInfo(support + u"/temporary"_s).isDir());
     EXPECT_EQ(TLUtility::getSupportPath(), support);
-
-    // A file in the way: the path all the same, the file untouched.
-    ASSERT_TRUE(QDir(support).removeRecursively() && QDir().rmdir(QFileInfo(support).path()));
-    QFile blocker(QFileInfo(support).path());
-    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
-    blocker.close();
-    EXPECT_EQ(TLUtility::getTempPath(), support + u"/temporary"_s);
-    EXPECT_TRUE(QFileInfo(blocker.fileName()).isFile());
     qputenv("XDG_DATA_HOME", saved);
 }
 
