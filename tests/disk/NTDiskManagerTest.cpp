@@ -30,13 +30,10 @@ struct FakeSystem final : MountTable, FsProbe, VolumeSpaceReader {
     }
     QList<MountEntry> entries =
         LibmountMountTable(QStringLiteral(VANTRELO_TEST_DATA "/mountinfo-desktop.txt")).read();
-    QHash<QString, FsIdentity> identities{{u"/dev/nvme0n1p2"_s, {u"ext4"_s, {}, {}}},
-                                          {u"/dev/nvme0n1p1"_s, {u"vfat"_s, {}, u"EFI"_s}},
+    QHash<QString, FsIdentity> identities{{u"/dev/nvme0n1p1"_s, {u"vfat"_s, {}, u"EFI"_s}},
                                           {u"/dev/sdb1"_s, {u"ntfs"_s, {}, u"My Passport"_s}},
                                           {u"/dev/sdb2"_s, {u"ext4"_s, u"uuid"_s, u"Backup"_s}},
-                                          {u"/dev/sdc1"_s, {u"ntfs"_s, {}, {}}},
-                                          {u"/dev/sde1"_s, {u"ntfs"_s, {}, u"Données"_s}},
-                                          {u"/dev/loop1"_s, {u"squashfs"_s, {}, {}}}};
+                                          {u"/dev/sde1"_s, {u"ntfs"_s, {}, u"Données"_s}}};
     QSet<QString> unreadable;
     mutable QHash<QString, int> probes;
 };

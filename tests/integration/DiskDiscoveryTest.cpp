@@ -81,7 +81,6 @@ TEST_F(RealDisks, LoopVolumesAreListedWithTheirFactsAndAsFindmntShowsThem) {
     keys.removeOne(u"icon"_s);
     keys.sort();
     EXPECT_EQ(listed.value(paths.first()).keys(), keys);
-
     for (qsizetype i = 0; i < paths.size(); ++i) {
         const auto &volume = volumes[i];
         const QString bsdName = LoopImage::kernelName(volume.device);
@@ -104,8 +103,8 @@ TEST_F(RealDisks, LoopVolumesAreListedWithTheirFactsAndAsFindmntShowsThem) {
     const auto findmnt = runCommand(
         u"findmnt"_s, {u"-J"_s, u"-l"_s, u"-b"_s, u"-o"_s, u"SOURCE,TARGET,SIZE,FSROOT"_s});
     ASSERT_TRUE(findmnt.ok()) << findmnt.output.toStdString();
-    const QJsonDocument table = QJsonDocument::fromJson(findmnt.output.toUtf8());
-    for (const QJsonValue &fs : table[u"filesystems"_s].toArray()) {
+    for (const QJsonValue &fs :
+         QJsonDocument::fromJson(findmnt.output.toUtf8())[u"filesystems"_s].toArray()) {
         const QFileInfo node(fs[u"source"_s].toString());
         if (!node.filePath().startsWith("/dev/"_L1) || !node.exists() ||
             fs[u"fsroot"_s].toString() != "/"_L1)
@@ -117,8 +116,7 @@ TEST_F(RealDisks, LoopVolumesAreListedWithTheirFactsAndAsFindmntShowsThem) {
         EXPECT_EQ(drive[u"totalSize"_s].toInteger(), fs[u"size"_s].toInteger())
             << target.toStdString();
     }
-    EXPECT_TRUE(listed.isEmpty()) << "not in findmnt: "
-                                  << listed.keys().join(u", "_s).toStdString();
+    EXPECT_TRUE(listed.isEmpty()) << listed.keys().join(u", "_s).toStdString();
 }
 
 TEST_F(RealDisks, MountMonitorReportsMountsUnmountsAndRemountsAtTheSamePath) {

@@ -10,16 +10,14 @@ using namespace Qt::StringLiterals;
 
 namespace testsupport {
 
-namespace {
-
-bool fail(QString *why, const QString &text) {
+static bool fail(QString *why, const QString &text) {
     if (why)
         *why = text;
     return false;
 }
 
-bool run(QString *why, const QString &program, const QStringList &arguments,
-         QString *output = nullptr) {
+static bool run(QString *why, const QString &program, const QStringList &arguments,
+                QString *output = nullptr) {
     const CommandResult result = runCommand(program, arguments);
     if (!result.ok())
         return fail(why, program + u" failed: "_s + result.output);
@@ -29,15 +27,9 @@ bool run(QString *why, const QString &program, const QStringList &arguments,
 }
 
 // Lazily, when plain fails: a test may have left a file open on the volume.
-bool unmountAnyway(const QStringList &arguments) {
+static bool unmountAnyway(const QStringList &arguments) {
     return runCommand(u"umount"_s, arguments).ok() ||
            runCommand(u"umount"_s, QStringList{u"-l"_s} + arguments).ok();
-}
-
-} // namespace
-
-std::unique_ptr<LoopImage> LoopImage::create(qint64 sizeMiB, QString *why) {
-    return createPartitioned(sizeMiB, 0, why);
 }
 
 std::unique_ptr<LoopImage> LoopImage::createPartitioned(qint64 sizeMiB, int partitions,

@@ -12,7 +12,9 @@ namespace testsupport {
 class LoopImage {
 public:
     // Null with a reason in *why when the machine cannot make one (not root, no loop devices).
-    static std::unique_ptr<LoopImage> create(qint64 sizeMiB, QString *why);
+    static std::unique_ptr<LoopImage> create(qint64 sizeMiB, QString *why) {
+        return createPartitioned(sizeMiB, 0, why);
+    }
     // A DOS table of `partitions` equal partitions (none for 0), attached with partition scanning.
     static std::unique_ptr<LoopImage> createPartitioned(qint64 sizeMiB, int partitions,
                                                         QString *why);
