@@ -31,15 +31,13 @@ TEST(LanguageChoice, FirstPreferredLanguageByPrefix) {
     for (const auto &[preferred, expected] : cases)
         EXPECT_EQ(MuLanguage::languageForPreferredLanguages(preferred), QLatin1String(expected))
             << preferred.toStringList().join(u',').toStdString();
-}
-// clang-format on
 
-// Locale names become language-script-territory tags, so Simplified Chinese is known from "zh_CN".
-TEST(LanguageChoice, SystemLocalesBecomeScriptTags) {
+    // System locales become language-script-territory tags: Simplified Chinese from "zh_CN".
     const QStringList tags = MuLanguage::languageTags({u"zh_CN"_s, u"zh-TW"_s, u"de-CH"_s, u"C"_s});
     EXPECT_EQ(tags, (QStringList{u"zh-Hans-CN"_s, u"zh-Hant-TW"_s, u"de-Latn-CH"_s, u"C"_s}));
     EXPECT_EQ(MuLanguage::languageForPreferredLanguages(tags), u"zh-Hans"_s);
 }
+// clang-format on
 
 // ScratchHome keeps the defaults written here in a temporary folder.
 class LanguageSwitchTest : public ::testing::Test {
@@ -51,9 +49,8 @@ protected:
     }
 };
 
-// Every lookup after a switch answers from the new table: qtTrId, translate() and the bundle's
-// own lookup, which falls back to the given value, then the key. A null, empty or unknown code
-// returns to the system's choice.
+// Every later lookup answers from the chosen table; a null, empty or unknown code returns to the
+// system's choice.
 TEST_F(LanguageSwitchTest, EachLanguageAnswersEveryLaterLookup) {
     MuLanguage::setLanguage(
         MuLanguage::languageForPreferredLanguages(MuLanguage::systemPreferredLanguages()));
@@ -127,23 +124,18 @@ Table readTable(QString language) {
 QSet<QString> keysUsedInCode(const QString &root) {
     static const QRegularExpression use(
         uR"re((?:qtTrId|QT_TRID_NOOP)\(\s*"([^"]+)"|<string[^>]*\bid="([^"]+)")re"_s);
-    const QSet<QString> skipped = {u"build"_s, u"tests"_s, u"bench"_s, u".git"_s};
+    static const QRegularExpression skipped(u"^(build|tests|bench|\\.git)/"_s);
     QSet<QString> keys;
-    QDirIterator folders(root, QDir::Dirs | QDir::NoDotAndDotDot);
-    while (folders.hasNext()) {
-        const QString folder = folders.next();
-        if (skipped.contains(folders.fileName()))
+    QDirIterator files(root, {u"*.cpp"_s, u"*.h"_s, u"*.ui"_s}, QDir::Files,
+                       QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        QFile file(files.next());
+        if (QDir(root).relativeFilePath(file.fileName()).contains(skipped) ||
+            !file.open(QIODevice::ReadOnly))
             continue;
-        QDirIterator files(folder, {u"*.cpp"_s, u"*.h"_s, u"*.ui"_s}, QDir::Files,
-                           QDirIterator::Subdirectories);
-        while (files.hasNext()) {
-            QFile file(files.next());
-            if (!file.open(QIODevice::ReadOnly))
-                continue;
-            for (auto it = use.globalMatch(QString::fromUtf8(file.readAll())); it.hasNext();) {
-                const auto match = it.next();
-                keys.insert(match.captured(1) + match.captured(2));
-            }
+        for (auto it = use.globalMatch(QString::fromUtf8(file.readAll())); it.hasNext();) {
+            const auto match = it.next();
+            keys.insert(match.captured(1) + match.captured(2));
         }
     }
     return keys;

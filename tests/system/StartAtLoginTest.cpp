@@ -78,16 +78,6 @@ protected:
     std::shared_ptr<LoginItemService> service{std::shared_ptr<void>(), this};
 };
 
-TEST_F(ControllerTest, WithoutIdentifierAnswersNoAndIgnoresWrites) {
-    jobs = {job(QString(), true)};
-    TLStartAtLoginController controller(service);
-    watch(controller);
-    EXPECT_FALSE(controller.startAtLogin());
-    controller.setStartAtLogin(true);
-    EXPECT_FALSE(controller.enabled());
-    EXPECT_TRUE(log.isEmpty());
-}
-
 TEST_F(ControllerTest, ReadUsesTheFirstMatchingJobAndAnnouncesOnlyChanges) {
     jobs = {job(u"other"_s, false), job(u"id"_s, true), job(u"id"_s, false)};
     TLStartAtLoginController controller(u"id"_s, service);
@@ -98,6 +88,15 @@ TEST_F(ControllerTest, ReadUsesTheFirstMatchingJobAndAnnouncesOnlyChanges) {
     EXPECT_FALSE(controller.startAtLogin());
     jobs = {QVariantMap{{u"Label"_s, u"id"_s}}}; // no OnDemand entry
     EXPECT_FALSE(controller.startAtLogin());
+    EXPECT_EQ(log, QStringList{u"enabled:0"_s});
+
+    // Without an identifier: no, whatever the jobs, and writes are ignored.
+    jobs = {job(QString(), true)};
+    TLStartAtLoginController anonymous(service);
+    watch(anonymous);
+    EXPECT_FALSE(anonymous.startAtLogin());
+    anonymous.setStartAtLogin(true);
+    EXPECT_FALSE(anonymous.enabled());
     EXPECT_EQ(log, QStringList{u"enabled:0"_s});
 }
 
@@ -148,22 +147,18 @@ TEST_F(AutostartTest, FacadeRegistersTheLaunchItemForThisProgram) {
     EXPECT_FALSE(LLStartUpItemConfig::setStartAtLogin(true));
 }
 
+// The older session items: every one for this program's file name goes, wherever it lives.
 TEST_F(AutostartTest, SessionItemsAreRemovedWhereverTheProgramLives) {
     const QString self = QFileInfo(QCoreApplication::applicationFilePath()).fileName();
     LLStartUpItemConfig::setStartUpState(true);
     ASSERT_TRUE(QFile::exists(entry(self + u".desktop"_s)));
-    LLStartUpItemConfig::setStartAtLogin(true);
-
-    // A copy of this program elsewhere, another program, and a hand-made entry for this program.
     writeFile(entry(u"copy.desktop"_s), "[Desktop Entry]\nExec=\"/other place/" + self.toUtf8() +
                                             "\"\nX-Vantrelo-SessionLoginItem=true\n");
     XdgAutostart({}, u"/usr/bin/other"_s).addSessionItem(u"/usr/bin/other"_s);
     writeFile(entry(u"by-hand.desktop"_s), "[Desktop Entry]\nExec=/x/" + self.toUtf8() + "\n");
-
     LLStartUpItemConfig::setStartUpState(false);
     EXPECT_EQ(QDir(m_config.path() + u"/autostart"_s).entryList(QDir::Files, QDir::Name),
-              (QStringList{u"by-hand.desktop"_s, u"com.corvin.VantreloLaunch.desktop"_s,
-                           u"other.desktop"_s}));
+              (QStringList{u"by-hand.desktop"_s, u"other.desktop"_s}));
 }
 
 TEST(SettingConfig, LoadsTheStoredChoiceSavesAnIntegerAtOnce) {
