@@ -1,52 +1,56 @@
 #include "helperclient/NTCommandHelper.h"
 
-#include "HelperTestSupport.h"
 #include "StandInHelper.h"
 #include "helperclient/wire/HelperCommand.h"
 #include "util/InstallPaths.h"
 
-#include <QCborMap>
-#include <QMutex>
-#include <QThread>
+#include <QTemporaryDir>
+#include <QtCore/qtestsupport_core.h>
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <future>
 
 using namespace Qt::StringLiterals;
-using helpertest::waitUntil;
+using namespace std::chrono_literals;
 using Response = StandInHelper::Response;
 
 namespace {
 
-// Collects what a command's handlers see, from whichever thread they run on.
-struct Probe {
-    QMutex mutex;
-    QList<wire::Dictionary> replies;
-    QList<QThread *> threads;
-    std::atomic<int> errors = 0;
+const Response kHold{Response::Kind::Hold, {}};
 
-    CommandDelegate::ReplyHandler handler() {
-        return [this](const wire::Dictionary &reply) {
-            QMutexLocker lock(&mutex);
-            replies.append(reply);
-            threads.append(QThread::currentThread());
-        };
-    }
+bool waitUntil(const std::function<bool()> &done) {
+    return QTest::qWaitFor(done, 20000);
+}
+
+std::atomic<int> s_errorsLogged = 0;
+
+void countErrorLines(QtMsgType, const QMessageLogContext &context, const QString &text) {
+    if (qstrcmp(context.category, "vantrelo.helperclient") == 0 &&
+        text.startsWith("sendCommand error:"_L1))
+        ++s_errorsLogged;
+}
+
+// Counts a command's replies and errors.
+struct Probe {
+    std::atomic<int> replies = 0, errors = 0;
     void send(NTCommandHelper &helper, quint64 code, const wire::Dictionary &parameter = {}) {
-        helper.sendCommand(code, parameter, handler(), [this](const QString &) { ++errors; });
-    }
-    qsizetype count() {
-        QMutexLocker lock(&mutex);
-        return replies.size();
+        helper.sendCommand(
+            code, parameter, [this](const wire::Dictionary &) { ++replies; },
+            [this](const QString &) { ++errors; });
     }
 };
 
-// A code 7 round trip: the channel still answers.
-bool roundTrip(NTCommandHelper &helper) {
-    auto answered = std::make_shared<std::atomic<bool>>(false);
-    helper.sendCommand(7, {}, [answered](const wire::Dictionary &) { *answered = true; });
-    return waitUntil([&] { return answered->load(); });
+// Sends code 7 and waits for its reply: the version, if the reply ran on the channel thread.
+QString roundTrip(NTCommandHelper &helper) {
+    auto reply = std::make_shared<std::promise<QString>>();
+    helper.sendCommand(7, {}, [reply, channel = helper.channelThread()](const wire::Dictionary &r) {
+        reply->set_value(QThread::currentThread() == channel ? r.value(u"result"_s) : u"off"_s);
+    });
+    std::future<QString> version = reply->get_future();
+    return waitUntil([&] { return version.wait_for(0s) == std::future_status::ready; })
+               ? version.get()
+               : u"no reply"_s;
 }
 
 class CommandChannel : public testing::Test {
@@ -54,199 +58,122 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(m_server.listen());
         InstallPaths::setOverride(InstallPaths::Component::HelperSocket, m_server.socketPath());
+        s_errorsLogged = 0;
+        qInstallMessageHandler(countErrorLines);
     }
-    void TearDown() override { InstallPaths::clearOverrides(); }
-
-    // Answers code 7 as usual and `other` for everything else.
-    void answerOthersWith(const Response &other) {
-        m_server.setHandler([other](const wire::Request &request) {
-            return request.code == 7 ? StandInHelper::defaultResponse(request) : other;
-        });
+    void TearDown() override {
+        qInstallMessageHandler(nullptr);
+        InstallPaths::clearOverrides();
     }
 
     StandInHelper m_server;
-    helpertest::LogCapture m_errorsLogged{"vantrelo.helperclient", u"sendCommand error:"_s};
 };
 
-TEST_F(CommandChannel, EachCodeSendsItsParameterAndRepliesRunOnTheChannelThread) {
-    using namespace helpercommand;
-    const QString sdb1 = u"sdb1"_s;
-    const QList<std::tuple<quint64, wire::Dictionary, wire::Dictionary>> commands = {
-        {0, openParameter(u"/media/u/D"_s), {{u"mountPath"_s, u"/media/u/D"_s}}},
-        {1, mountParameter(u"D"_s, sdb1), {{u"bsdName"_s, sdb1}, {u"name"_s, u"D"_s}}},
-        {2, ejectParameter(u"D"_s, sdb1), {{u"bsdName"_s, sdb1}, {u"name"_s, u"D"_s}}},
-        {3, repairParameter(sdb1), {{u"bsdName"_s, sdb1}}},
-        {4, eraseParameter(sdb1), {{u"bsdName"_s, sdb1}}},
-        {7, helperVersionParameter(), {}},
-        {8,
-         renameParameter(u"New Name"_s, sdb1),
-         {{u"bsdName"_s, sdb1}, {u"newName"_s, u"New Name"_s}}},
-    };
+// No helper at first is an error; one started later is found by the next command, which goes
+// out as it was given.
+TEST_F(CommandChannel, CommandsReachAHelperStartedLaterAndRepliesRunOnTheChannelThread) {
+    QTemporaryDir dir;
+    InstallPaths::setOverride(InstallPaths::Component::HelperSocket, dir.filePath(u"h.sock"_s));
     NTCommandHelper helper;
-    CommandDelegate &delegate = helper;
-    Probe probe;
-    for (const auto &[code, parameter, expected] : commands)
-        delegate.sendCommand(code, parameter, probe.handler());
-    ASSERT_TRUE(waitUntil([&] { return probe.count() == commands.size(); }));
+    Probe missing;
+    missing.send(helper, 7);
+    ASSERT_TRUE(waitUntil([&] { return missing.errors == 1; }));
+    EXPECT_EQ(s_errorsLogged, 1);
+    StandInHelper late;
+    ASSERT_TRUE(late.listen(dir.filePath(u"h.sock"_s)));
 
-    const QList<wire::Request> received = m_server.record().requests;
-    ASSERT_EQ(received.size(), commands.size());
-    for (qsizetype i = 0; i < received.size(); ++i) {
-        EXPECT_EQ(received[i].code, std::get<0>(commands[i]));
-        EXPECT_EQ(received[i].parameter, std::get<2>(commands[i])) << "code " << received[i].code;
-        EXPECT_EQ(probe.threads[i], helper.channelThread());
-    }
+    static_cast<CommandDelegate &>(helper).sendCommand(
+        8, helpercommand::renameParameter(u"New"_s, u"sdb1"_s), {});
+    EXPECT_EQ(roundTrip(helper), u"1.0.1"_s);
     EXPECT_NE(helper.channelThread(), QThread::currentThread());
-    EXPECT_EQ(probe.replies[5].value(u"result"_s), u"1.0.1"_s);
-    // Byte for byte: code 7 carries an empty map, not none, and repair a one-entry map.
-    const QList<QByteArray> bodies = m_server.record().bodies;
-    EXPECT_EQ(bodies[5].toHex(), "a36269640664636f64650769706172616d65746572a0");
-    EXPECT_EQ(bodies[3].toHex(),
-              "a36269640464636f64650369706172616d65746572a1676273644e616d656473646231");
-    EXPECT_EQ(m_server.record().connections, 1);
+    const StandInHelper::Record seen = late.record();
+    EXPECT_EQ(seen.requests[0].code, 8u);
+    EXPECT_EQ(seen.requests[0].parameter,
+              (wire::Dictionary{{u"bsdName"_s, u"sdb1"_s}, {u"newName"_s, u"New"_s}}));
+    // Code 7 carries an empty map, not none.
+    EXPECT_EQ(seen.bodies[1].toHex(), "a36269640264636f64650769706172616d65746572a0");
+    EXPECT_EQ(seen.connections, 1);
+    EXPECT_EQ(missing.replies, 0);
 }
 
-TEST_F(CommandChannel, ClosedConnectionDropsEveryPendingCommandAndTheNextOneReconnects) {
-    // Two commands wait; the third makes the helper go away.
+// Code 0 waits, code 1 meets the fault: both fail without their handlers being called, and the
+// next command goes over a new connection.
+TEST_F(CommandChannel, TransportErrorsDropPendingCommandsAndTheNextOneReconnects) {
+    const std::pair<const char *, Response> faults[] = {
+        {"closed", {Response::Kind::Close, {}}},
+        {"oversize", {Response::Kind::Write, QByteArray::fromHex("00010001")}},
+        {"number result",
+         {Response::Kind::Write,
+          QByteArray::fromHex("00000014a262696402657265706c79a166726573756c7401")}},
+    };
+    for (const auto &[name, fault] : faults) {
+        SCOPED_TRACE(name);
+        m_server.setHandler([fault](const wire::Request &request) {
+            return request.code == 0   ? kHold
+                   : request.code == 1 ? fault
+                                       : StandInHelper::defaultResponse(request);
+        });
+        const int connections = m_server.record().connections;
+        s_errorsLogged = 0;
+        NTCommandHelper helper;
+        Probe dropped;
+        dropped.send(helper, 0);
+        dropped.send(helper, 1);
+        ASSERT_TRUE(waitUntil([&] { return dropped.errors == 2; }));
+        EXPECT_EQ(roundTrip(helper), u"1.0.1"_s);
+        EXPECT_EQ(m_server.record().connections, connections + 2);
+        EXPECT_EQ(dropped.replies, 0);
+        EXPECT_EQ(s_errorsLogged, 2);
+    }
+}
+
+// Unanswered commands block nothing; answered newest first, after setup() replaced their
+// connection, each still gets its own reply.
+TEST_F(CommandChannel, LateRepliesOutOfOrderReachTheirOwnCommand) {
     m_server.setHandler([](const wire::Request &request) {
-        return request.code == 3 ? Response::close() : Response::hold();
+        return request.code == 3   ? kHold
+               : request.code == 4 ? Response{Response::Kind::Release, {}}
+                                   : StandInHelper::defaultResponse(request);
     });
     NTCommandHelper helper;
-    Probe dropped;
-    for (quint64 code : {0, 1, 3})
-        dropped.send(helper, code);
-    ASSERT_TRUE(waitUntil([&] { return dropped.errors == 3; }));
-    EXPECT_EQ(m_errorsLogged.count(), 3);
-
-    m_server.setHandler({});
-    ASSERT_TRUE(roundTrip(helper));
-    EXPECT_EQ(m_server.record().connections, 2);
-    // The held replies are gone with their connection: nothing may call the dropped handlers.
-    m_server.releaseHeld(false, [](const wire::Request &) { return wire::Dictionary(); });
-    ASSERT_TRUE(roundTrip(helper));
-    EXPECT_EQ(dropped.count(), 0);
-    EXPECT_EQ(m_errorsLogged.count(), 3);
-}
-
-class CommandChannelBadReply : public CommandChannel,
-                               public testing::WithParamInterface<QByteArray> {};
-
-TEST_P(CommandChannelBadReply, IsATransportError) {
-    answerOthersWith(Response::raw(GetParam()));
-    NTCommandHelper helper;
-    Probe probe;
-    probe.send(helper, 1);
-    ASSERT_TRUE(waitUntil([&] { return probe.errors == 1; }));
-    EXPECT_EQ(m_errorsLogged.count(), 1);
-    ASSERT_TRUE(roundTrip(helper));
-    EXPECT_EQ(probe.count(), 0);
-    EXPECT_EQ(m_server.record().connections, 2);
-}
-
-QByteArray framed(const QByteArray &body) {
-    return QByteArray::fromHex(QByteArray::number(body.size(), 16).rightJustified(8, '0')) + body;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Replies, CommandChannelBadReply,
-    testing::Values(
-        // Well formed, one entry too big to fit the limit.
-        framed(QCborMap{{u"id"_s, 1},
-                        {u"reply"_s, QCborMap{{u"result"_s, QString(wire::kMaxMessageSize, u'x')}}}}
-                   .toCborValue()
-                   .toCbor()),
-        // An oversize length alone, an array, a request's shape, a number result, not CBOR.
-        QByteArray::fromHex("00010001"), framed(QByteArray::fromHex("8101")),
-        framed(QByteArray::fromHex("a36269640164636f64650169706172616d65746572a0")),
-        framed(QByteArray::fromHex("a262696401657265706c79a166726573756c7401")),
-        framed("not cbor at all")));
-
-TEST_F(CommandChannel, SetupKeepsTheOldConnectionsRepliesAndAnUnansweredCommandBlocksNothing) {
-    answerOthersWith(Response::hold());
-    NTCommandHelper helper;
-    Probe held;
-    held.send(helper, 3);
-    ASSERT_TRUE(roundTrip(helper));
-    EXPECT_EQ(m_server.record().held, 1);
-    EXPECT_EQ(m_errorsLogged.count(), 0);
+    constexpr int kCommands = 50;
+    std::atomic<int> matched = 0, done = 0;
+    for (int i = 0; i < kCommands; ++i) {
+        const QString tag = QString::number(i);
+        helper.sendCommand(3, helpercommand::repairParameter(tag),
+                           [&, tag](const wire::Dictionary &reply) {
+                               matched += reply.value(u"result"_s) == tag;
+                               ++done;
+                           });
+    }
+    EXPECT_EQ(roundTrip(helper), u"1.0.1"_s);
 
     helper.setup();
-    ASSERT_TRUE(roundTrip(helper));
+    EXPECT_EQ(roundTrip(helper), u"1.0.1"_s);
     EXPECT_EQ(m_server.record().connections, 2);
-    m_server.releaseHeld(false, [](const wire::Request &) {
-        return wire::Dictionary{{u"result"_s, u"late"_s}};
-    });
-    ASSERT_TRUE(waitUntil([&] { return held.count() == 1; }));
-    EXPECT_EQ(held.replies[0].value(u"result"_s), u"late"_s);
-    EXPECT_EQ(held.errors, 0);
-}
-
-TEST_F(CommandChannel, MissingHelperIsAnErrorAndAStartedHelperIsFoundLater) {
-    QTemporaryDir dir;
-    const QString path = dir.filePath(u"later.sock"_s);
-    InstallPaths::setOverride(InstallPaths::Component::HelperSocket, path);
-    NTCommandHelper helper;
-    Probe probe;
-    probe.send(helper, 7);
-    ASSERT_TRUE(waitUntil([&] { return probe.errors == 1; }));
-    EXPECT_EQ(m_errorsLogged.count(), 1);
-
-    StandInHelper late;
-    ASSERT_TRUE(late.listen(path));
-    ASSERT_TRUE(roundTrip(helper));
-    EXPECT_EQ(probe.count(), 0);
-    EXPECT_EQ(late.record().connections, 1);
-}
-
-TEST_F(CommandChannel, OversizeRequestFailsAloneAndTheConnectionStays) {
-    NTCommandHelper helper;
-    Probe probe;
-    probe.send(helper, 0, helpercommand::openParameter(QString(wire::kMaxMessageSize, u'p')));
-    ASSERT_TRUE(roundTrip(helper));
-    ASSERT_TRUE(waitUntil([&] { return probe.errors == 1; }));
-    EXPECT_EQ(m_server.record().requests.size(), 1);
-    EXPECT_EQ(m_server.record().connections, 1);
-}
-
-// Commands sent from several threads at once, answered newest first: every handler gets the
-// reply to its own command.
-TEST_F(CommandChannel, OutOfOrderRepliesFromManyThreadsReachTheirOwnCommand) {
-    m_server.setHandler([](const wire::Request &) { return Response::hold(); });
-    NTCommandHelper helper;
-    constexpr int kThreads = 4, kPerThread = 50;
-    std::atomic<int> matched = 0, done = 0;
-    std::vector<std::unique_ptr<QThread>> senders;
-    for (int t = 0; t < kThreads; ++t) {
-        senders.emplace_back(QThread::create([&, t] {
-            for (int i = 0; i < kPerThread; ++i) {
-                const QString tag = u"t%1-%2"_s.arg(t).arg(i);
-                helper.sendCommand(3, helpercommand::repairParameter(tag),
-                                   [&, tag](const wire::Dictionary &reply) {
-                                       matched += reply.value(u"result"_s) == tag;
-                                       ++done;
-                                   });
-            }
-        }));
-        senders.back()->start();
-    }
-    for (auto &sender : senders)
-        sender->wait();
-    ASSERT_TRUE(waitUntil([&] { return m_server.record().held == kThreads * kPerThread; }));
-    m_server.releaseHeld(true, [](const wire::Request &request) {
-        return wire::Dictionary{{u"result"_s, request.parameter.value(u"bsdName"_s)}};
-    });
-    ASSERT_TRUE(waitUntil([&] { return done == kThreads * kPerThread; }));
-    EXPECT_EQ(matched, kThreads * kPerThread);
+    helper.sendCommand(4, {}, {});
+    ASSERT_TRUE(waitUntil([&] { return done == kCommands; }));
+    EXPECT_EQ(matched, kCommands);
 }
 
 TEST(CommandChannelShared, SharedIsOneInstance) {
-    NTCommandHelper *first = NTCommandHelper::shared();
     NTCommandHelper *second = nullptr;
     std::unique_ptr<QThread> other(QThread::create([&] { second = NTCommandHelper::shared(); }));
     other->start();
     other->wait();
-    EXPECT_EQ(first, second);
-    EXPECT_NE(first->channelThread(), QThread::currentThread());
+    EXPECT_EQ(NTCommandHelper::shared(), second);
+}
+
+TEST(HelperVersionRule, NewerThanOnePointZeroPointZeroComparedNumerically) {
+    const std::pair<const char *, bool> versions[] = {
+        {"1.0.1", true}, {"1.10", true}, {"2", true},      {"1.0.0.1", true}, {"1.0.0", false},
+        {"1.0", false},  {"", false},    {"0.9.9", false}, {"01.0.0", false},
+    };
+    for (const auto &[text, current] : versions)
+        EXPECT_EQ(helpercommand::isHelperVersionCurrent({{u"result"_s, QString::fromUtf8(text)}}),
+                  current)
+            << text;
+    EXPECT_FALSE(helpercommand::isHelperVersionCurrent(wire::Dictionary{}));
 }
 
 } // namespace

@@ -1,24 +1,99 @@
-#include "HelperTestSupport.h"
-#include "UDisksEnvironment.h"
 #include "helperclient/NTDiskHelper.h"
-#include "helperclient/UDisksClient.h"
 #include "tests/support/LoopImage.h"
 #include "tests/support/SystemCommand.h"
 
 #include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusVariant>
+#include <QDBusConnectionInterface>
+#include <QFile>
 #include <QFileInfo>
+#include <QLockFile>
+#include <QProcess>
+#include <QTemporaryDir>
 #include <QThreadPool>
+#include <QtCore/qtestsupport_core.h>
 
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
-using helpertest::waitUntil;
 using testsupport::LoopImage;
 using testsupport::runCommand;
 
 namespace {
+
+bool waitUntil(const std::function<bool()> &done, int boundMs = 20000) {
+    return QTest::qWaitFor(done, boundMs);
+}
+
+bool succeeds(const QString &program, const QStringList &arguments) {
+    return runCommand(program, arguments).ok();
+}
+
+// A private udisks2 stack: dbus-daemon with a system-bus configuration on a private address
+// (DBUS_SYSTEM_BUS_ADDRESS), udevd when none runs, and udisksd. What it starts it stops by pid.
+struct UDisksStack {
+    // One stack at a time, so no run stops the udevd another one still relies on.
+    QLockFile lock{u"/tmp/vantrelo-udisks-environment.lock"_s};
+    QTemporaryDir dir;
+    QProcess dbus, udevd, udisksd;
+
+    ~UDisksStack() {
+        for (QProcess *process : {&udisksd, &udevd, &dbus}) {
+            process->terminate();
+            if (!process->waitForFinished(10000))
+                process->kill();
+            process->waitForFinished(5000);
+        }
+    }
+
+    // Empty once everything runs, else why not. Must come before the first system bus call.
+    QString start() {
+        const QString udisksdPath = u"/usr/libexec/udisks2/udisksd"_s;
+        const QString udevdPath = u"/usr/lib/systemd/systemd-udevd"_s;
+        if (!testsupport::isRoot())
+            return u"needs root to run udisksd and attach loop devices"_s;
+        for (const QString &program :
+             {u"dbus-daemon"_s, u"mkntfs"_s, u"udisksctl"_s, udisksdPath, udevdPath})
+            if (!testsupport::haveProgram(program) && !QFileInfo(program).isExecutable())
+                return program + u" is not installed"_s;
+        QFile config(dir.filePath(u"bus.conf"_s));
+        if (!lock.tryLock(240000) || !config.open(QIODevice::WriteOnly))
+            return u"another test holds the udisks stack, or no bus configuration can be written"_s;
+        config.write(
+            "<busconfig><type>system</type><listen>unix:path=" + dir.filePath(u"bus"_s).toUtf8() +
+            "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow user=\"*\"/>"
+            "<allow own=\"*\"/><allow send_destination=\"*\" eavesdrop=\"true\"/>"
+            "<allow eavesdrop=\"true\"/></policy></busconfig>");
+        config.close();
+        // The address is printed once the bus accepts connections; the socket file alone appears
+        // at bind(), before listen(), and a client connecting then is refused.
+        dbus.start(u"dbus-daemon"_s, {u"--config-file="_s + config.fileName(), u"--nofork"_s,
+                                      u"--nopidfile"_s, u"--print-address"_s});
+        if (!waitUntil([&] { return dbus.canReadLine() || dbus.state() == QProcess::NotRunning; },
+                       10000) ||
+            !dbus.canReadLine())
+            return u"dbus-daemon printed no address"_s;
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", dbus.readLine().trimmed());
+
+        // A udevd the machine already runs is shared; ours stays in the foreground so that its
+        // pid is known.
+        const auto udevAnswers = [] { return succeeds(u"udevadm"_s, {u"control"_s, u"--ping"_s}); };
+        if (!udevAnswers()) {
+            udevd.start(udevdPath, {});
+            if (!waitUntil(udevAnswers, 10000))
+                return u"systemd-udevd did not start"_s;
+        }
+        succeeds(u"udevadm"_s, {u"trigger"_s, u"--subsystem-match=block"_s});
+        succeeds(u"udevadm"_s, {u"settle"_s});
+        udisksd.start(udisksdPath, {});
+        QDBusConnectionInterface *bus = QDBusConnection::systemBus().interface();
+        const auto up = [&] {
+            return bus->isServiceRegistered(u"org.freedesktop.UDisks2"_s).value();
+        };
+        if (!bus || !waitUntil(up, 30000))
+            return u"udisksd did not come up on the private bus"_s;
+        return {};
+    }
+};
 
 // Where the kernel has `device` mounted, "" when nowhere.
 QString mountPointOf(const QString &device) {
@@ -26,150 +101,85 @@ QString mountPointOf(const QString &device) {
         .output.trimmed();
 }
 
-QString labelOf(const QString &device) {
-    return runCommand(u"blkid"_s, {u"-p"_s, u"-o"_s, u"value"_s, u"-s"_s, u"LABEL"_s, device})
-        .output.trimmed();
-}
-
-bool loopAttached(const QString &device) {
-    return QFileInfo::exists(
-        u"/sys/block/%1/loop/backing_file"_s.arg(LoopImage::kernelName(device)));
-}
-
-// What udisksd currently believes about a block device; invalid when it has no such property.
-QVariant udisksProperty(const QString &device, const QString &interface, const QString &name) {
-    QDBusMessage message = QDBusMessage::createMethodCall(
-        u"org.freedesktop.UDisks2"_s, UDisksClient::blockObjectPath(LoopImage::kernelName(device)),
-        u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
-    message.setArguments({QString(u"org.freedesktop.UDisks2."_s + interface), name});
-    const QDBusMessage reply = QDBusConnection::systemBus().call(message);
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
-        return {};
-    return reply.arguments().first().value<QDBusVariant>().variant();
-}
-
-// udev settling is not enough: udisksd picks up uevents on its own schedule.
+// Settling udev is not enough: udisksd picks up uevents on its own schedule.
 bool udisksSeesLabel(const QString &device, const QString &label) {
+    succeeds(u"udevadm"_s, {u"settle"_s});
     return waitUntil([&] {
-        return udisksProperty(device, u"Block"_s, u"IdLabel"_s).toString() == label &&
-               udisksProperty(device, u"Filesystem"_s, u"Size"_s).isValid();
+        const QString info =
+            runCommand(u"udisksctl"_s, {u"info"_s, u"-b"_s, device}).output.simplified();
+        return info.contains(u"IdLabel: "_s + label + u' ') &&
+               info.contains(u"UDisks2.Filesystem:"_s);
     });
 }
 
-class NTDiskHelperIntegration : public testing::Test {
-protected:
-    static void SetUpTestSuite() { s_env = UDisksEnvironment::start(&s_why).release(); }
-    static void TearDownTestSuite() {
-        delete s_env;
-        s_env = nullptr;
-    }
-    void SetUp() override {
-        if (!s_env)
-            GTEST_SKIP() << s_why.toStdString();
-    }
-
-    // Runs a request, lets it finish in the background and udev catch up, then waits until the
-    // disks show `state`.
-    static bool after(const std::function<void()> &request, const std::function<bool()> &state) {
-        request();
-        QThreadPool::globalInstance()->waitForDone();
-        s_env->announce();
-        return waitUntil(state);
-    }
-
-    // Formats `devices` as NTFS with `labels` and waits until udisksd knows them.
-    static void formatNtfs(LoopImage &image, const QStringList &devices,
-                           const QStringList &labels) {
-        QString why;
-        for (qsizetype i = 0; i < devices.size(); ++i) {
-            ASSERT_TRUE(image.format(devices[i], u"ntfs"_s, labels[i], &why)) << why.toStdString();
-            s_env->announce(devices[i]);
-            ASSERT_TRUE(udisksSeesLabel(devices[i], labels[i])) << labels[i].toStdString();
-        }
-    }
-
-    static inline UDisksEnvironment *s_env = nullptr;
-    static inline QString s_why;
-};
-
-TEST_F(NTDiskHelperIntegration, NtfsVolumeIsMountedRenamedUnmountedAndEjected) {
-    QString why;
-    auto image = LoopImage::create(64, &why);
-    ASSERT_TRUE(image) << why.toStdString();
-    const QString device = image->device();
-    const QString bsdName = LoopImage::kernelName(device);
-    ASSERT_NO_FATAL_FAILURE(formatNtfs(*image, {device}, {u"VANTRELO"_s}));
-    const auto mounted = [&] { return !mountPointOf(device).isEmpty(); };
-    const auto unmounted = [&] { return mountPointOf(device).isEmpty(); };
-
-    ASSERT_TRUE(after([&] { NTDiskHelper::mountDiskWithBSDName(bsdName); }, mounted));
-    EXPECT_TRUE(mountPointOf(device).endsWith(u"/VANTRELO"_s))
-        << mountPointOf(device).toStdString();
-    ASSERT_TRUE(after([&] { NTDiskHelper::unmountDiskWithBSDName(bsdName); }, unmounted));
-    ASSERT_TRUE(after([&] { NTDiskHelper::rename(bsdName, u"RENAMED"_s); },
-                      [&] { return labelOf(device) == u"RENAMED"_s; }))
-        << "label is " << labelOf(device).toStdString();
-    ASSERT_TRUE(udisksSeesLabel(device, u"RENAMED"_s));
-    ASSERT_TRUE(after([&] { NTDiskHelper::mountDiskWithBSDName(bsdName); }, mounted));
-    const QString mountPath = mountPointOf(device);
-    EXPECT_TRUE(mountPath.endsWith(u"/RENAMED"_s)) << mountPath.toStdString();
-
-    // A disk image is ejected by detaching its loop device.
-    auto drive = std::make_shared<NTDiskDrive>();
-    drive->setMountPath(mountPath);
-    drive->setBsdName(bsdName);
-    ASSERT_TRUE(after([&] { NTDiskHelper::ejectDiskWithDrive(drive); }, unmounted));
-    EXPECT_TRUE(waitUntil([&] { return !loopAttached(device); }));
-
-    // The second eject of the same drive finds nothing and does no harm.
-    after([&] { NTDiskHelper::ejectDiskWithDrive(drive); }, unmounted);
-    UDisksClient udisks;
-    EXPECT_FALSE(udisks.unmountAndEject(mountPath));
-    EXPECT_FALSE(udisks.lastError().isEmpty());
+// Runs a request, lets it finish in the background and udev catch up, then waits for `state`.
+bool after(
+    const std::function<void()> &request,
+    const std::function<bool()> &state = [] { return true; }) {
+    request();
+    QThreadPool::globalInstance()->waitForDone();
+    succeeds(u"udevadm"_s, {u"settle"_s});
+    return waitUntil(state);
 }
 
-TEST_F(NTDiskHelperIntegration, WholeDiskRequestsReachEveryPartition) {
+TEST(NTDiskHelperIntegration, NtfsDiskIsMountedRenamedUnmountedAndEjectedWhole) {
+    UDisksStack stack;
+    if (const QString why = stack.start(); !why.isEmpty())
+        GTEST_SKIP() << why.toStdString();
     QString why;
-    auto image = LoopImage::createPartitioned(96, 2, &why);
+    const auto image = LoopImage::createPartitioned(96, 2, &why);
     ASSERT_TRUE(image) << why.toStdString();
     const QString first = image->partition(1), second = image->partition(2);
-    ASSERT_NO_FATAL_FAILURE(formatNtfs(*image, {first, second}, {u"PARTONE"_s, u"PARTTWO"_s}));
+    for (const auto &[device, label] : {std::pair{first, u"PARTONE"_s}, {second, u"PARTTWO"_s}}) {
+        ASSERT_TRUE(image->format(device, u"ntfs"_s, label, &why)) << why.toStdString();
+        succeeds(u"udevadm"_s, {u"trigger"_s, u"--action=change"_s, device});
+        ASSERT_TRUE(udisksSeesLabel(device, label)) << label.toStdString();
+    }
+    const auto mounted = [&](int count) {
+        return [&, count] {
+            return int(!mountPointOf(first).isEmpty()) + !mountPointOf(second).isEmpty() == count;
+        };
+    };
+    const auto attached = [&] {
+        return QFileInfo::exists(
+            u"/sys/block/%1/loop/backing_file"_s.arg(LoopImage::kernelName(image->device())));
+    };
 
-    ASSERT_TRUE(
-        after([&] { NTDiskHelper::mountDiskWithBSDName(LoopImage::kernelName(image->device())); },
-              [&] { return !mountPointOf(first).isEmpty() && !mountPointOf(second).isEmpty(); }));
-    // Naming one partition unmounts the whole disk.
-    EXPECT_TRUE(
-        after([&] { NTDiskHelper::unmountDiskWithBSDName(LoopImage::kernelName(first)); },
-              [&] { return mountPointOf(first).isEmpty() && mountPointOf(second).isEmpty(); }));
-}
-
-TEST_F(NTDiskHelperIntegration, UnknownOrStaleTargetsChangeNothing) {
-    QString why;
-    auto image = LoopImage::create(64, &why);
-    ASSERT_TRUE(image) << why.toStdString();
-    const QString device = image->device();
-    ASSERT_NO_FATAL_FAILURE(formatNtfs(*image, {device}, {u"STAYS"_s}));
-
-    auto stale = std::make_shared<NTDiskDrive>();
-    stale->setMountPath(u"/media/no-such-volume"_s);
-    after(
+    // Unknown or stale targets change nothing.
+    auto drive = std::make_shared<NTDiskDrive>();
+    drive->setMountPath(u"/media/no-such-volume"_s);
+    EXPECT_TRUE(after(
         [&] {
-            NTDiskHelper::ejectDiskWithDrive(stale);
-            NTDiskHelper::ejectDiskWithDrive(std::make_shared<NTDiskDrive>());
+            NTDiskHelper::ejectDiskWithDrive(drive);
             NTDiskHelper::ejectDiskWithDrive(nullptr);
             NTDiskHelper::mountDiskWithBSDName(u"nosuchdisk9"_s);
-            NTDiskHelper::rename(u"nosuchdisk9"_s, u"X"_s);
-            NTDiskHelper::unmountDiskWithBSDName(u"../../etc"_s);
+            NTDiskHelper::rename(u"../../etc"_s, u"X"_s);
         },
-        [] { return true; });
-
-    UDisksClient udisks;
-    EXPECT_FALSE(udisks.mountWhole(u"nosuchdisk9"_s));
-    EXPECT_FALSE(udisks.rename(u"nosuchdisk9"_s, u"X"_s));
-    EXPECT_TRUE(loopAttached(device));
-    EXPECT_EQ(labelOf(device), u"STAYS"_s);
-    EXPECT_TRUE(mountPointOf(device).isEmpty());
+        mounted(0)));
+    // Requests for the disk, or any partition of it, reach every partition.
+    ASSERT_TRUE(
+        after([&] { NTDiskHelper::mountDiskWithBSDName(LoopImage::kernelName(image->device())); },
+              mounted(2)));
+    EXPECT_TRUE(mountPointOf(first).endsWith(u"/PARTONE"_s)) << mountPointOf(first).toStdString();
+    ASSERT_TRUE(after([&] { NTDiskHelper::unmountDiskWithBSDName(LoopImage::kernelName(second)); },
+                      mounted(0)));
+    after([&] { NTDiskHelper::rename(LoopImage::kernelName(first), u"RENAMED"_s); });
+    ASSERT_TRUE(udisksSeesLabel(first, u"RENAMED"_s));
+    ASSERT_TRUE(after([&] { NTDiskHelper::mountDiskWithBSDName(LoopImage::kernelName(first)); },
+                      mounted(2)));
+    drive->setMountPath(mountPointOf(first));
+    EXPECT_TRUE(drive->mountPath().endsWith(u"/RENAMED"_s)) << drive->mountPath().toStdString();
+    {
+        // A file still open keeps the volume mounted and the device attached.
+        QFile busy(drive->mountPath() + u"/open-file"_s);
+        ASSERT_TRUE(busy.open(QIODevice::WriteOnly));
+        after([&] { NTDiskHelper::ejectDiskWithDrive(drive); });
+        EXPECT_EQ(mountPointOf(first), drive->mountPath());
+        EXPECT_TRUE(attached());
+    }
+    // A disk image is ejected by detaching its loop device.
+    ASSERT_TRUE(after([&] { NTDiskHelper::ejectDiskWithDrive(drive); }, mounted(0)));
+    EXPECT_TRUE(waitUntil([&] { return !attached(); }));
 }
 
 } // namespace

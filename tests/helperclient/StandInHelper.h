@@ -2,59 +2,92 @@
 
 #include "helperclient/wire/WireCodec.h"
 
-#include <QList>
-#include <QString>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QMutex>
+#include <QPointer>
 #include <QTemporaryDir>
 #include <QThread>
 
 #include <functional>
 
 // A stand-in for vantrelo-helper: a Unix socket server on its own thread that speaks the wire
-// protocol and answers as a test tells it to. It records every body it receives.
+// protocol, answers as a test tells it to and records what it receives.
 class StandInHelper {
 public:
+    // Write sends `bytes` as they stand; Close hangs up unanswered; Hold leaves the request
+    // unanswered until a Release answers every held one, newest first, with its "bsdName".
     struct Response {
-        enum class Kind { Reply, Raw, Close, Hold };
-        Kind kind = Kind::Reply;
-        wire::Dictionary dictionary; // sent under the request's id
-        QByteArray bytes;            // sent as it stands
-        static Response reply(wire::Dictionary d) { return {Kind::Reply, std::move(d), {}}; }
-        static Response raw(QByteArray bytes) { return {Kind::Raw, {}, std::move(bytes)}; }
-        static Response close() { return {Kind::Close, {}, {}}; } // without answering
-        static Response hold() { return {Kind::Hold, {}, {}}; }   // until releaseHeld(), or never
+        enum class Kind { Write, Close, Hold, Release } kind = Kind::Write;
+        QByteArray bytes;
     };
     using Handler = std::function<Response(const wire::Request &)>;
-    using Answer = std::function<wire::Dictionary(const wire::Request &)>;
-
-    // Without a handler, code 7 gets "1.0.1" and everything else an empty result.
-    explicit StandInHelper(Handler handler = {});
-    ~StandInHelper();
-    StandInHelper(const StandInHelper &) = delete;
-    StandInHelper &operator=(const StandInHelper &) = delete;
-
-    // Listens on `path`, or on a fresh path in a scratch folder when empty.
-    bool listen(const QString &path = {});
-    QString socketPath() const { return m_path; }
-
-    void setHandler(Handler handler);
-    // What the server has seen so far.
     struct Record {
         int connections = 0;
         QList<QByteArray> bodies; // every frame, without its length prefix
         QList<wire::Request> requests;
         int held = 0;
     };
-    Record record() const;
-    // Answers the held requests, newest first when asked, with what `answer` gives for each.
-    void releaseHeld(bool newestFirst, const Answer &answer);
 
-    static Response defaultResponse(const wire::Request &request);
+    static Response reply(const wire::Request &request, const wire::Dictionary &reply) {
+        return {Response::Kind::Write, wire::encodeReply({request.id, reply})};
+    }
+    // Code 7 gets "1.0.1", everything else an empty result.
+    static Response defaultResponse(const wire::Request &request) {
+        return reply(request, {{QStringLiteral("result"),
+                                request.code == 7 ? QStringLiteral("1.0.1") : QString()}});
+    }
+
+    explicit StandInHelper(Handler handler = defaultResponse)
+        : m_handler(std::move(handler)) {
+        m_context->moveToThread(&m_thread);
+        QObject::connect(&m_thread, &QThread::finished, m_context, &QObject::deleteLater);
+        m_thread.start();
+    }
+    ~StandInHelper() {
+        m_thread.quit();
+        m_thread.wait();
+    }
+
+    // Listens on `path`, or on a fresh path in a scratch folder.
+    bool listen(const QString &path = {}) {
+        m_path = path.isEmpty() ? m_dir.filePath(QStringLiteral("helper.sock")) : path;
+        bool ok = false;
+        QMetaObject::invokeMethod(
+            m_context,
+            [this, &ok] {
+                auto *server = new QLocalServer(m_context);
+                QObject::connect(server, &QLocalServer::newConnection, m_context, [this, server] {
+                    while (QLocalSocket *socket = server->nextPendingConnection())
+                        serve(socket);
+                });
+                ok = server->listen(m_path);
+            },
+            Qt::BlockingQueuedConnection);
+        return ok;
+    }
+    QString socketPath() const { return m_path; }
+
+    void setHandler(Handler handler) {
+        QMutexLocker lock(&m_mutex);
+        m_handler = std::move(handler);
+    }
+    Record record() const {
+        QMutexLocker lock(&m_mutex);
+        Record record = m_seen;
+        record.held = int(m_held.size());
+        return record;
+    }
 
 private:
-    class Server;
+    void serve(QLocalSocket *socket);
 
     QTemporaryDir m_dir;
     QString m_path;
     QThread m_thread;
-    Server *m_server = nullptr;
+    QObject *m_context = new QObject; // lives on m_thread, with the server and its sockets
+    mutable QMutex m_mutex;
+    Handler m_handler;
+    Record m_seen;
+    QList<std::pair<QPointer<QLocalSocket>, wire::Request>> m_held;
 };
