@@ -89,7 +89,6 @@ TEST_F(BookmarkTest, SavedPathIsTheKeyExactlyAsGivenUntilRemoved) {
     EXPECT_EQ(m_defaults.allKeys().size(), 2);
     ASSERT_TRUE(save(u"/"_s));
     EXPECT_TRUE(start(u"/"_s));
-
     // Removing drops the entry without writing the file.
     EXPECT_FALSE(m_bookmarks.removeFileBookmarkInfoWithFilePath(folder() + u"/gone"_s));
     EXPECT_EQ(m_defaults.allKeys().size(), 3);
