@@ -180,10 +180,8 @@ TEST(TranslationChecker, FindsEachKindOfFault) {
     EXPECT_EQ(tableProblems(u"en"_s, english, english, keys), QString());
     EXPECT_EQ(tableProblems(u"de"_s, german, english, keys), QString());
 
-    const struct {
-        QString key, text; // a null text removes the entry
-        const char *fault;
-    } cases[] = {// clang-format off
+    // clang-format off
+    const struct { QString key, text; const char *fault; } cases[] = { // null text: no entry
         {u"a_title"_s, QString(), "missing"}, {u"a_title"_s, u" "_s, "unfinished"},
         {u"a_title"_s, u"TODO"_s, "unfinished"}, {u"a_title"_s, u"a_title"_s, "unfinished"},
         {u"a_title"_s, u"Erase"_s, "left in English"},
