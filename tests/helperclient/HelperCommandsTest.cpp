@@ -9,18 +9,13 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-struct CtlRun {
-    int exitCode = -1;
-    QString out, err;
-};
-
-CtlRun run(const char *commandLine) {
-    CtlRun result;
-    QTextStream out(&result.out), err(&result.err);
-    result.exitCode = runHelperCommand(QString::fromUtf8(commandLine).split(u' '), out, err);
+std::tuple<int, QString, QString> run(const char *commandLine) {
+    QString outText, errText;
+    QTextStream out(&outText), err(&errText);
+    const int exitCode = runHelperCommand(QString::fromUtf8(commandLine).split(u' '), out, err);
     out.flush();
     err.flush();
-    return result;
+    return {exitCode, outText, errText};
 }
 
 // /dev/null stands in for a device node: the tool only resolves its name.
@@ -33,13 +28,7 @@ TEST(CtlHelperCommands, EachCommandSendsItsRequestPrintsTheReplyAndExitsByTheRes
     ASSERT_TRUE(server.listen());
     InstallPaths::setOverride(InstallPaths::Component::HelperSocket, server.socketPath());
     const QString null = u"null"_s;
-    const struct {
-        const char *commandLine;
-        quint64 code;
-        wire::Dictionary parameter;
-        int exitCode;
-        const char *out;
-    } cases[] = {
+    const std::tuple<const char *, quint64, wire::Dictionary, int, const char *> cases[] = {
         {"helper-version", 7, {}, 0, "1.0.1\n"},
         {"repair /dev/null", 3, {{u"bsdName"_s, null}}, 0, "result: \n"},
         {"erase null", 4, {{u"bsdName"_s, null}}, 1, "result: in use\n"},
@@ -48,33 +37,32 @@ TEST(CtlHelperCommands, EachCommandSendsItsRequestPrintsTheReplyAndExitsByTheRes
         {"eject /dev/null", 2, {{u"bsdName"_s, null}, {u"name"_s, null}}, 1, "other: x\n"},
         {"open /media/x", 0, {{u"mountPath"_s, u"/media/x"_s}}, 0, "result: \n"},
     };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.commandLine);
-        const CtlRun r = run(c.commandLine);
-        EXPECT_EQ(r.exitCode, c.exitCode) << r.err.toStdString();
-        EXPECT_EQ(r.out, QString::fromUtf8(c.out));
-        EXPECT_EQ(r.exitCode == 0, r.err.isEmpty()); // a failure says why
+    qsizetype sent = 0;
+    for (const auto &[commandLine, code, parameter, exitCode, out] : cases) {
+        SCOPED_TRACE(commandLine);
+        const auto [actualExit, actualOut, actualErr] = run(commandLine);
+        EXPECT_EQ(actualExit, exitCode) << actualErr.toStdString();
+        EXPECT_EQ(actualOut, QString::fromUtf8(out));
+        EXPECT_EQ(actualExit == 0, actualErr.isEmpty()); // a failure says why
         const QList<wire::Request> requests = server.record().requests;
-        ASSERT_EQ(requests.size(), &c - cases + 1);
-        EXPECT_EQ(requests.last().code, c.code);
-        EXPECT_EQ(requests.last().parameter, c.parameter);
+        ASSERT_EQ(requests.size(), ++sent);
+        EXPECT_EQ(requests.last().code, code);
+        EXPECT_EQ(requests.last().parameter, parameter);
     }
-
     // Rejected before any socket is tried.
     for (const char *usage :
          {"repair", "erase sdb1 extra", "repair no-such-device-xyz", "helper-version x"}) {
-        const CtlRun r = run(usage);
-        EXPECT_EQ(r.exitCode, 2) << usage;
-        EXPECT_FALSE(r.err.isEmpty()) << usage;
+        const auto [exitCode, out, err] = run(usage);
+        EXPECT_TRUE(exitCode == 2 && !err.isEmpty()) << usage;
     }
-    EXPECT_EQ(server.record().connections, int(std::size(cases)));
+    EXPECT_EQ(server.record().connections, sent);
+
     QTemporaryDir dir;
     InstallPaths::setOverride(InstallPaths::Component::HelperSocket, dir.filePath(u"absent"_s));
-    const CtlRun unreachable = run("helper-version");
-    EXPECT_EQ(unreachable.exitCode, 3);
-    EXPECT_TRUE(unreachable.err.startsWith(u"helper unavailable: "_s))
-        << unreachable.err.toStdString();
-    EXPECT_EQ(unreachable.err.count(u'\n'), 1);
+    const auto [exitCode, out, err] = run("helper-version");
+    EXPECT_EQ(exitCode, 3);
+    EXPECT_TRUE(err.startsWith(u"helper unavailable: "_s) && err.count(u'\n') == 1)
+        << err.toStdString();
     InstallPaths::clearOverrides();
 }
 

@@ -26,7 +26,6 @@ public:
         int connections = 0;
         QList<QByteArray> bodies; // every frame, without its length prefix
         QList<wire::Request> requests;
-        int held = 0;
     };
 
     static Response reply(const wire::Request &request, const wire::Dictionary &reply) {
@@ -74,9 +73,7 @@ public:
     }
     Record record() const {
         QMutexLocker lock(&m_mutex);
-        Record record = m_seen;
-        record.held = int(m_held.size());
-        return record;
+        return m_seen;
     }
 
 private:

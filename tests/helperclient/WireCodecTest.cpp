@@ -20,9 +20,8 @@ TEST(WireCodec, FramesAreExactRoundTripAndStayWithinTheLimit) {
               cbor("0000001a a3 ID 02 CODE 01 PARAM a1 6161 6162"));
     EXPECT_EQ(wire::encodeReply({5, {{u"result"_s, QString()}}}),
               cbor("00000014 a2 ID 05 REPLY a1 66726573756c74 60"));
-    const wire::Request request{std::numeric_limits<quint64>::max(),
-                                8,
-                                {{u"newName"_s, u"Ünïcødé 名前"_s}, {QString(), QString()}}};
+    const wire::Request request{
+        ~quint64(0), 8, {{u"n"_s, u"Ünïcødé 名前"_s}, {QString(), QString()}}};
     EXPECT_EQ(wire::decodeRequest(wire::encodeRequest(request).mid(4)), request);
     EXPECT_EQ(wire::decodeRequest(cbor("a3 PARAM a0 CODE 03 ID 09")), (wire::Request{9, 3, {}}));
 
@@ -40,7 +39,6 @@ TEST(WireCodec, AnythingButTheExactShapeIsRejected) {
     ASSERT_EQ(wire::decodeRequest(valid), (wire::Request{1, 7, {{u"a"_s, u"b"_s}}}));
     const std::pair<const char *, QByteArray> requests[] = {
         {"empty", {}},
-        {"array", cbor("83 01 07 a0")},
         {"missing key", cbor("a2 ID 01 CODE 07")},
         {"extra key", cbor("a4 ID 01 CODE 07 PARAM a0 6161 6162")},
         {"unknown key", cbor("a3 ID 01 6161 07 PARAM a0")},
@@ -76,7 +74,7 @@ TEST(FrameReader, ReassemblesFramesUpToTheLimitAndStopsForGoodAtAnOversizeLength
     }
     wire::FrameReader reader;
     QByteArray body;
-    reader.append(QByteArray(QByteArray::fromHex("00010001") + QByteArray(16, 'x')));
+    reader.append(QByteArray::fromHex("00010001"));
     EXPECT_EQ(reader.next(&body), wire::FrameReader::Status::Error);
     reader.append(wire::encodeReply({1, {}}));
     EXPECT_EQ(reader.next(&body), wire::FrameReader::Status::Error);

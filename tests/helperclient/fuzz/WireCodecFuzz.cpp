@@ -3,10 +3,8 @@
 #include <cstdint>
 #include <cstdlib>
 
-namespace {
-
 // Anything the decoder accepts must survive a round trip unchanged.
-void checkRoundTrip(QByteArrayView body) {
+static void checkRoundTrip(QByteArrayView body) {
     const auto request = wire::decodeRequest(body);
     if (request && wire::decodeRequest(wire::encodeRequest(*request).mid(4)) != request)
         std::abort();
@@ -14,8 +12,6 @@ void checkRoundTrip(QByteArrayView body) {
     if (reply && wire::decodeReply(wire::encodeReply(*reply).mid(4)) != reply)
         std::abort();
 }
-
-} // namespace
 
 // The input is tried as one body and as a byte stream cut in two at a point the first byte picks.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
