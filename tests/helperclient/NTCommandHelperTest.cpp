@@ -82,6 +82,7 @@ TEST_F(CommandChannel, CommandsReachAHelperStartedLaterAndRepliesRunOnTheChannel
     EXPECT_EQ(roundTrip(helper), u"1.0.1"_s);
     EXPECT_NE(helper.channelThread(), QThread::currentThread());
     const StandInHelper::Record seen = late.record();
+    ASSERT_EQ(seen.requests.size(), 2);
     EXPECT_EQ(seen.requests[0].code, 8u);
     EXPECT_EQ(seen.requests[0].parameter,
               (wire::Dictionary{{u"bsdName"_s, u"sdb1"_s}, {u"newName"_s, u"New"_s}}));
