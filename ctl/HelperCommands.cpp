@@ -117,7 +117,8 @@ bool isHelperCommand(const QString &verb) {
     return findVerb(verb) != nullptr;
 }
 
-int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream &err) {
+int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream &err,
+                     std::optional<std::chrono::milliseconds> bound) {
     const Verb *verb = arguments.isEmpty() ? nullptr : findVerb(arguments.first());
     if (!verb || arguments.size() != verb->operands + 1) {
         if (verb) {
@@ -167,10 +168,12 @@ int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream
     }
 
     const bool version = code == helpercommand::kHelperVersion;
-    const std::chrono::seconds bound = version ? kVersionBound : kOperationBound;
-    const Outcome outcome = sendAndWait(code, parameter, bound);
+    const std::chrono::milliseconds wait =
+        bound.value_or(version ? kVersionBound : kOperationBound);
+    const Outcome outcome = sendAndWait(code, parameter, wait);
     if (outcome.kind == Outcome::Kind::TimedOut) {
-        err << "no reply from the helper within " << bound.count() << " s" << Qt::endl;
+        err << "no reply from the helper within " << double(wait.count()) / 1000 << " s"
+            << Qt::endl;
         return TimedOut;
     }
     if (outcome.kind == Outcome::Kind::Unreachable) {

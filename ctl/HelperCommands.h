@@ -4,10 +4,15 @@
 #include <QStringList>
 #include <QTextStream>
 
+#include <chrono>
+#include <optional>
+
 // vantreloctl's commands that go to the privileged helper: mount-rw, open, eject, repair, erase,
 // rename, helper-version.
 bool isHelperCommand(const QString &verb);
 
 // `arguments` start at the verb. Prints the reply to `out`; a failing "result", an unreachable
 // helper or no reply within the time bound prints one line to `err` and returns non-zero.
-int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream &err);
+// `bound` replaces the tool's own wait for the reply.
+int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream &err,
+                     std::optional<std::chrono::milliseconds> bound = std::nullopt);

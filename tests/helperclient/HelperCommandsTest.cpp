@@ -9,10 +9,12 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-std::tuple<int, QString, QString> run(const char *commandLine) {
+std::tuple<int, QString, QString>
+run(const char *commandLine, std::optional<std::chrono::milliseconds> bound = std::nullopt) {
     QString outText, errText;
     QTextStream out(&outText), err(&errText);
-    const int exitCode = runHelperCommand(QString::fromUtf8(commandLine).split(u' '), out, err);
+    const int exitCode =
+        runHelperCommand(QString::fromUtf8(commandLine).split(u' '), out, err, bound);
     out.flush();
     err.flush();
     return {exitCode, outText, errText};
@@ -64,6 +66,19 @@ TEST(CtlHelperCommands, EachCommandSendsItsRequestPrintsTheReplyAndExitsByTheRes
     EXPECT_TRUE(err.startsWith(u"helper unavailable: "_s) && err.count(u'\n') == 1)
         << err.toStdString();
     InstallPaths::clearOverrides();
+}
+
+TEST(CtlHelperCommands, AHelperThatNeverAnswersIsGivenUpOnAfterTheBound) {
+    StandInHelper server([](const wire::Request &) {
+        return StandInHelper::Response{StandInHelper::Response::Kind::Hold, {}};
+    });
+    ASSERT_TRUE(server.listen());
+    InstallPaths::setOverride(InstallPaths::Component::HelperSocket, server.socketPath());
+    const auto [exitCode, out, err] = run("repair /dev/null", std::chrono::milliseconds(50));
+    InstallPaths::clearOverrides();
+    EXPECT_EQ(exitCode, 4);
+    EXPECT_TRUE(out.isEmpty());
+    EXPECT_EQ(err, u"no reply from the helper within 0.05 s\n"_s);
 }
 
 } // namespace
