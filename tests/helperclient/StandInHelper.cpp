@@ -33,5 +33,6 @@ void StandInHelper::serve(QLocalSocket *socket) {
                                             it->second.parameter.value(QStringLiteral("bsdName"))}})
                             .bytes);
         }
+        socket->flush(); // now, not on the next turn of the event loop
     });
 }
