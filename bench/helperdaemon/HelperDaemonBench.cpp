@@ -105,18 +105,20 @@ private:
     QString m_target;
 };
 
+// Both mount benchmarks need root and a fresh read-only image; without them they skip, saying why.
+bool setUpOrSkip(Image &image, benchmark::State &state) {
+    QString why = u"needs root to attach loop devices and mount"_s;
+    if (::geteuid() == 0 && image.setUp(&why))
+        return true;
+    state.SkipWithError(why.toStdString().c_str());
+    return false;
+}
+
 // Command 1 from request to reply, the volume read-only before each round.
 void BM_MountReadWriteCommand(benchmark::State &state) {
-    if (::geteuid() != 0) {
-        state.SkipWithError("needs root to attach loop devices and mount");
-        return;
-    }
     Image image;
-    QString why;
-    if (!image.setUp(&why)) {
-        state.SkipWithError(why.toStdString().c_str());
+    if (!setUpOrSkip(image, state))
         return;
-    }
     auto client = WireClient::connectTo(daemon().socket());
     if (!client) {
         state.SkipWithError("the daemon does not answer");
@@ -138,16 +140,9 @@ BENCHMARK(BM_MountReadWriteCommand)->Unit(benchmark::kMillisecond)->Iterations(4
 
 // The same change by hand: umount, then ntfs-3g with the same options.
 void BM_MountReadWriteByHand(benchmark::State &state) {
-    if (::geteuid() != 0) {
-        state.SkipWithError("needs root to attach loop devices and mount");
-        return;
-    }
     Image image;
-    QString why;
-    if (!image.setUp(&why)) {
-        state.SkipWithError(why.toStdString().c_str());
+    if (!setUpOrSkip(image, state))
         return;
-    }
     const QString options = u"rw,uid=%1,gid=%2,windows_names"_s.arg(::getuid()).arg(::getgid());
     for (auto _ : state) {
         const bool ok = runTool(u"umount"_s, {u"--"_s, image.target()}) &&
