@@ -1,5 +1,8 @@
 #include "helper/Caller.h"
 
+#include <QFile>
+#include <QList>
+
 #include <grp.h>
 #include <pwd.h>
 #include <sys/socket.h>
@@ -7,6 +10,8 @@
 
 #include <algorithm>
 #include <vector>
+
+using namespace Qt::StringLiterals;
 
 namespace helper {
 
@@ -27,11 +32,23 @@ bool groupId(const char *name, gid_t *gid) {
     return true;
 }
 
+// Field 22 of /proc/PID/stat; the command name before it may hold spaces and parentheses.
+quint64 processStartTime(pid_t pid) {
+    QFile file(u"/proc/%1/stat"_s.arg(pid));
+    if (pid <= 0 || !file.open(QIODevice::ReadOnly))
+        return 0;
+    const QByteArray stat = file.read(4096);
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    constexpr int kStartTimeAfterName = 19;
+    return fields.size() > kStartTimeAfterName ? fields[kStartTimeAfterName].toULongLong() : 0;
+}
+
 } // namespace
 
 Caller Caller::forIds(pid_t pid, uid_t uid, gid_t gid) {
     Caller caller;
     caller.pid = pid;
+    caller.startTime = processStartTime(pid);
     caller.uid = uid;
     caller.gid = gid;
     caller.groups = {gid};

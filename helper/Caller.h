@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QtGlobal>
+
 #include <sys/types.h>
 
 #include <vector>
@@ -9,6 +11,9 @@ namespace helper {
 // The process on the other end of a connection, as the kernel vouches for it.
 struct Caller {
     pid_t pid = 0;
+    // When the process started, in clock ticks after boot (/proc/PID/stat): with the pid it names
+    // the process even after the pid is reused, as polkit's unix-process subject needs.
+    quint64 startTime = 0;
     uid_t uid = 0;
     gid_t gid = 0;
     std::vector<gid_t> groups;  // supplementary groups from the user database
@@ -16,7 +21,7 @@ struct Caller {
 
     // From SO_PEERCRED of a connected Unix socket; false when the kernel gives nothing.
     static bool fromSocket(int fd, Caller *caller);
-    // Fills groups and administrator from the user database.
+    // Fills groups and administrator from the user database, and the start time from procfs.
     static Caller forIds(pid_t pid, uid_t uid, gid_t gid);
 };
 

@@ -71,10 +71,12 @@ QString hibernatedText(const ToolResult &mounted) {
 } // namespace
 
 HelperCommands::HelperCommands(ToolRunner &runner, const DeviceFacts &facts,
-                               const VolumeProbe &probe, HelperSettings settings)
+                               const VolumeProbe &probe, const Authorizer &authorizer,
+                               HelperSettings settings)
     : m_runner(runner)
     , m_facts(facts)
     , m_probe(probe)
+    , m_authorizer(authorizer)
     , m_settings(std::move(settings)) {}
 
 wire::Dictionary HelperCommands::result(const QString &text) {
@@ -82,7 +84,7 @@ wire::Dictionary HelperCommands::result(const QString &text) {
 }
 
 Plan HelperCommands::plan(const wire::Request &request, const Caller &caller) const {
-    const auto answer = [](const QString &text) { return Plan{result(text), {}, {}}; };
+    const auto answer = [](const QString &text) { return Plan{result(text), {}, {}, {}}; };
     const auto parameter = [&request](const QString &key) { return request.parameter.value(key); };
     for (auto it = request.parameter.cbegin(); it != request.parameter.cend(); ++it) {
         if (it.key().size() > 64 || it.value().size() > kMaxParameterText)
@@ -99,7 +101,7 @@ Plan HelperCommands::plan(const wire::Request &request, const Caller &caller) co
         if (!m_facts.isMountTarget(mountPath))
             return answer(u"Nothing is mounted at \"%1\"."_s.arg(mountPath));
         return Plan{
-            std::nullopt, {}, [this, mountPath, caller] { return open(mountPath, caller); }};
+            std::nullopt, {}, {}, [this, mountPath, caller] { return open(mountPath, caller); }};
     }
     case kMountReadWrite:
     case kEject:
@@ -123,25 +125,27 @@ Plan HelperCommands::plan(const wire::Request &request, const Caller &caller) co
     if (m_facts.isSystemDisk(disk))
         return answer(u"%1 is on the disk that holds the running system; the helper does not "
                       u"change it."_s.arg(device));
-    if (!caller.administrator && !m_facts.isExternal(disk))
-        return answer(u"%1 is an internal disk. Only an administrator can change internal "
-                      u"disks."_s.arg(device));
-
+    const auto authorize = [this, code = request.code, device, caller] {
+        return this->authorize(code, device, caller);
+    };
     switch (request.code) {
     case kMountReadWrite:
-        return Plan{std::nullopt, disk,
+        return Plan{std::nullopt, disk, authorize,
                     [this, device, caller] { return mountReadWrite(device, caller); }};
     case kEject:
-        return Plan{std::nullopt, disk, [this, disk, caller] { return eject(disk, caller); }};
+        return Plan{std::nullopt, disk, authorize,
+                    [this, disk, caller] { return eject(disk, caller); }};
     case kRepair:
-        return Plan{std::nullopt, disk, [this, device, caller] { return repair(device, caller); }};
+        return Plan{std::nullopt, disk, authorize,
+                    [this, device, caller] { return repair(device, caller); }};
     case kErase:
-        return Plan{std::nullopt, disk, [this, device, caller] { return erase(device, caller); }};
+        return Plan{std::nullopt, disk, authorize,
+                    [this, device, caller] { return erase(device, caller); }};
     case kRename: {
         const QString label = parameter(u"newName"_s);
         if (const QString problem = ntfsLabelProblem(label); !problem.isEmpty())
             return answer(problem);
-        return Plan{std::nullopt, disk,
+        return Plan{std::nullopt, disk, authorize,
                     [this, device, label, caller] { return rename(device, label, caller); }};
     }
     default:
@@ -149,10 +153,47 @@ Plan HelperCommands::plan(const wire::Request &request, const Caller &caller) co
     }
 }
 
+QString HelperCommands::actionFor(quint64 code, const QString &device, const Caller &caller) const {
+    static const QHash<quint64, QString> kinds{{kMountReadWrite, u"mount-rw"_s},
+                                               {kEject, u"eject"_s},
+                                               {kRepair, u"repair"_s},
+                                               {kErase, u"erase"_s},
+                                               {kRename, u"rename"_s}};
+    QString action = u"com.corvin.vantrelo."_s + kinds.value(code);
+    if (!m_facts.isExternal(m_facts.parentDisk(device)))
+        return action + u"-system"_s;
+    const QString disk = m_facts.parentDisk(device);
+    QList<MountEntry> mounts =
+        code == kEject ? m_facts.mountsOfDisk(disk) : m_facts.mountsOfDevice(device);
+    for (MountEntry &mount : mounts) {
+        m_facts.fillOwner(&mount);
+        if (mount.ownerUid != qint64(caller.uid))
+            return action + u"-others"_s;
+    }
+    return action;
+}
+
+QString HelperCommands::authorize(quint64 code, const QString &device, const Caller &caller) const {
+    if (caller.uid == 0)
+        return {};
+    static const QHash<quint64, QString> verbs{{kMountReadWrite, u"make %1 writable"_s},
+                                               {kEject, u"eject %1"_s},
+                                               {kRepair, u"repair %1"_s},
+                                               {kErase, u"erase %1"_s},
+                                               {kRename, u"rename %1"_s}};
+    const Authorization decision =
+        m_authorizer.check(caller, actionFor(code, device, caller), verbs.value(code).arg(device));
+    return decision.allowed ? QString() : decision.refusal;
+}
+
 wire::Dictionary HelperCommands::handle(const wire::Request &request, const Caller &caller) const {
     Plan planned = plan(request, caller);
     if (planned.immediate)
         return *planned.immediate;
+    if (planned.authorize) {
+        if (const QString refusal = planned.authorize(); !refusal.isEmpty())
+            return result(refusal);
+    }
     return planned.work();
 }
 

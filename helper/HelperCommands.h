@@ -1,5 +1,6 @@
 #pragma once
 
+#include "helper/Authorizer.h"
 #include "helper/Caller.h"
 #include "helper/DeviceFacts.h"
 #include "helper/ToolRunner.h"
@@ -28,14 +29,19 @@ enum CommandCode : quint64 {
 struct Plan {
     std::optional<wire::Dictionary> immediate;
     QString disk;
+    // Runs off the event loop before the disk is locked, and may wait for a password: "" lets
+    // `work` run, anything else is the refusal to send. Empty when nothing needs authorizing.
+    std::function<QString()> authorize;
     std::function<wire::Dictionary()> work;
 };
 
 class RequestHandler {
 public:
     virtual ~RequestHandler() = default;
-    // Validates and authorizes; must not run any tool or change anything.
+    // Validates the request on the event loop; must not block, run a tool or change anything.
     virtual Plan plan(const wire::Request &request, const Caller &caller) const = 0;
+    // The kernel's mount table changed: views cached for plan() are stale.
+    virtual void mountTableChanged() const {}
 };
 
 struct HelperSettings {
@@ -49,10 +55,10 @@ struct HelperSettings {
 class HelperCommands : public RequestHandler {
 public:
     HelperCommands(ToolRunner &runner, const DeviceFacts &facts, const VolumeProbe &probe,
-                   HelperSettings settings = {});
+                   const Authorizer &authorizer, HelperSettings settings = {});
 
     Plan plan(const wire::Request &request, const Caller &caller) const override;
-    // Plans and, when there is work, runs it on this thread.
+    // Plans, authorizes and, when there is work, runs it on this thread.
     wire::Dictionary handle(const wire::Request &request, const Caller &caller) const;
 
     static wire::Dictionary result(const QString &text);
@@ -65,6 +71,12 @@ private:
     wire::Dictionary erase(const QString &device, const Caller &caller) const;
     wire::Dictionary rename(const QString &device, const QString &label,
                             const Caller &caller) const;
+
+    // The polkit action for `code` on `device`: its -system variant for an internal disk, its
+    // -others variant for a volume mounted for someone else.
+    QString actionFor(quint64 code, const QString &device, const Caller &caller) const;
+    // "" when the caller may run `code` on `device`, otherwise the refusal.
+    QString authorize(quint64 code, const QString &device, const Caller &caller) const;
 
     // "" when the device holds NTFS, otherwise why the command does not apply.
     QString requireNtfs(const QString &device) const;
@@ -88,6 +100,7 @@ private:
     ToolRunner &m_runner;
     const DeviceFacts &m_facts;
     const VolumeProbe &m_probe;
+    const Authorizer &m_authorizer;
     HelperSettings m_settings;
 };
 

@@ -292,10 +292,13 @@ void HelperServer::dispatch(Connection &connection, const wire::Request &request
                      << connection.caller.pid << "on" << plan.disk;
     const quint64 connectionId = connection.id;
     const quint64 requestId = request.id;
-    const bool taken =
-        m_scheduler.submit(plan.disk, [this, connectionId, requestId, work = std::move(plan.work)] {
-            postReply(connectionId, {requestId, work()});
-        });
+    const bool taken = m_scheduler.submit(plan.disk, [this, connectionId, requestId,
+                                                      authorize = std::move(plan.authorize),
+                                                      work = std::move(plan.work)] {
+        const QString refusal = authorize ? authorize() : QString();
+        postReply(connectionId,
+                  {requestId, refusal.isEmpty() ? work() : HelperCommands::result(refusal)});
+    });
     if (!taken) {
         queueReply(connection, {request.id, HelperCommands::result(
                                                 u"Too many commands are waiting for this disk. "

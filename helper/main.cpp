@@ -22,6 +22,15 @@ namespace {
 
 helper::HelperServer *g_server = nullptr;
 
+// Until the polkit authority is asked, nobody but root (who is never asked) may act.
+class RootOnly : public helper::Authorizer {
+public:
+    helper::Authorization check(const helper::Caller &, const QString &,
+                                const QString &what) const override {
+        return {false, u"Not authorized: %1 (only root may do this here)."_s.arg(what)};
+    }
+};
+
 extern "C" void stopServer(int) {
     if (g_server)
         g_server->stop();
@@ -67,7 +76,8 @@ int main(int argc, char *argv[]) {
     helper::HelperSettings settings;
     settings.privileged = ::geteuid() == 0;
     const helper::BlkidVolumeProbe probe;
-    const helper::HelperCommands commands(runner, facts, probe, settings);
+    const RootOnly authorizer;
+    const helper::HelperCommands commands(runner, facts, probe, authorizer, settings);
     helper::DiskScheduler scheduler;
     int status = 0;
     {

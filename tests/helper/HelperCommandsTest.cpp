@@ -89,7 +89,7 @@ helper::ToolResult exited(int exitCode, const QString &errorOutput = {}) {
 }
 
 Caller user(bool administrator = false) {
-    return {4242, 1000, 1001, {1001}, administrator};
+    return {4242, 0, 1000, 1001, {1001}, administrator};
 }
 
 struct Behaviour {
@@ -104,8 +104,14 @@ struct Behaviour {
 // `script`, or succeeds) and for the volume probe.
 class HelperCommandsTest : public ::testing::Test,
                            public helper::ToolRunner,
-                           public helper::VolumeProbe {
+                           public helper::VolumeProbe,
+                           public helper::Authorizer {
 protected:
+    helper::Authorization check(const Caller &, const QString &action,
+                                const QString &) const override {
+        actions.append(action);
+        return {true, {}};
+    }
     helper::ToolResult run(const QString &program, const QStringList &arguments,
                            std::chrono::milliseconds) override {
         calls.append(QStringList{program} + arguments);
@@ -153,11 +159,12 @@ protected:
     std::function<helper::ToolResult(const QStringList &)> script;
     QList<QStringList> calls;
     QList<helper::Identity> spawnedAs;
+    mutable QStringList actions;
     Volume volume;
     FakeSystem system;
     helper::DeviceFacts facts{
         {system.path(u"sys"_s), system.path(u"proc"_s), system.path(u"dev"_s), false}};
-    helper::HelperCommands commands{*this, facts, *this};
+    helper::HelperCommands commands{*this, facts, *this, *this};
 };
 
 // Whatever the command, a hostile name, a system disk (below /, /home through device-mapper, swap,
@@ -246,7 +253,7 @@ TEST_F(HelperCommandsTest, MountReadWriteFailuresExplainAndRestore) {
         helper::HelperSettings settings;
         settings.privileged = c.privileged;
         const QString text =
-            helper::HelperCommands(*this, facts, *this, settings)
+            helper::HelperCommands(*this, facts, *this, *this, settings)
                 .handle({1, helper::kMountReadWrite, {{u"bsdName"_s, u"sdb1"_s}}}, user())
                 .value(u"result"_s, u"<missing>"_s);
         EXPECT_TRUE(QRegularExpression(c.answer).match(text).hasMatch()) << text.toStdString();

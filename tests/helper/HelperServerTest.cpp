@@ -21,9 +21,9 @@ class ScriptedHandler : public helper::RequestHandler {
 public:
     helper::Plan plan(const wire::Request &request, const helper::Caller &caller) const override {
         if (request.code == 7)
-            return {helper::HelperCommands::result(u"1.0.1"_s), {}, {}};
+            return {helper::HelperCommands::result(u"1.0.1"_s), {}, {}, {}};
         const QString disk = request.code == 3 ? u"slow"_s : request.parameter.value(u"disk"_s);
-        return {std::nullopt, disk, [this, disk, caller, code = request.code] {
+        return {std::nullopt, disk, {}, [this, disk, caller, code = request.code] {
                     if (code == 3) {
                         started.release();
                         release.acquire();

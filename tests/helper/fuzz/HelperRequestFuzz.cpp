@@ -12,8 +12,12 @@ using namespace Qt::StringLiterals;
 namespace {
 
 // Planning must never run a tool or probe a volume; a call here is a finding.
-class Forbidden : public helper::ToolRunner, public helper::VolumeProbe {
+class Forbidden : public helper::ToolRunner, public helper::VolumeProbe, public helper::Authorizer {
 public:
+    helper::Authorization check(const helper::Caller &, const QString &,
+                                const QString &) const override {
+        std::abort();
+    }
     helper::ToolResult run(const QString &, const QStringList &,
                            std::chrono::milliseconds) override {
         std::abort();
@@ -28,7 +32,7 @@ public:
 
 // Work is only ever planned for a known command on a real, permitted device and a valid label.
 bool planIsSafe(const helper::Plan &plan, const helper::DeviceFacts &facts,
-                const wire::Request &request, const helper::Caller &caller) {
+                const wire::Request &request) {
     if (plan.immediate)
         return plan.immediate->contains(u"result"_s) && !plan.work &&
                !wire::encodeReply({request.id, *plan.immediate}).isEmpty();
@@ -41,7 +45,7 @@ bool planIsSafe(const helper::Plan &plan, const helper::DeviceFacts &facts,
                                      helper::kErase, helper::kRename};
     return deviceCodes.contains(request.code) && facts.isBlockDevice(device) &&
            plan.disk == facts.parentDisk(device) && !facts.isSystemDisk(plan.disk) &&
-           (caller.administrator || facts.isExternal(plan.disk)) &&
+           plan.authorize &&
            (request.code != helper::kRename ||
             helper::ntfsLabelProblem(request.parameter.value(u"newName"_s)).isEmpty());
 }
@@ -53,7 +57,7 @@ bool planIsSafe(const helper::Plan &plan, const helper::DeviceFacts &facts,
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static Forbidden forbidden;
     static const helper::DeviceFacts facts;
-    static const helper::HelperCommands commands(forbidden, facts, forbidden);
+    static const helper::HelperCommands commands(forbidden, facts, forbidden, forbidden);
     const QByteArrayView bytes(data, qsizetype(size));
     helper::Caller caller = helper::Caller::forIds(1, 1000, 1000);
     caller.administrator = size > 0 && (data[size - 1] & 1);
@@ -64,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (helper::readRequests(reader, bytes.first(cut), &requests))
         helper::readRequests(reader, bytes.sliced(cut), &requests);
     for (const wire::Request &request : std::as_const(requests)) {
-        if (!planIsSafe(commands.plan(request, caller), facts, request, caller))
+        if (!planIsSafe(commands.plan(request, caller), facts, request))
             std::abort();
     }
     return 0;
