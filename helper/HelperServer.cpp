@@ -233,7 +233,10 @@ int HelperServer::pollTimeout() const {
 }
 
 void HelperServer::acceptAll() {
-    for (;;) {
+    // The rest wait in the backlog for the next round, so a stream of connections refused one by
+    // one cannot hold the loop either.
+    constexpr int kAcceptsPerRound = 32;
+    for (int accepted = 0; accepted < kAcceptsPerRound; ++accepted) {
         const int fd = ::accept4(m_listenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (fd < 0) {
             if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)
