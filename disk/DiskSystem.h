@@ -14,6 +14,6 @@ struct DiskSystem {
     std::shared_ptr<const VolumeSpaceReader> volumeSpace;
     std::function<QString()> hostName;
 
-    // The running machine: /proc/self/mountinfo, /sys, libblkid, statvfs.
+    // The running machine: /proc/self/mountinfo, /sys, udev's database, libblkid, statvfs.
     static DiskSystem local();
 };

@@ -46,6 +46,13 @@ bool isSameMount(const MountEntry &a, const MountEntry &b) {
            a.fsType == b.fsType && a.root == b.root && a.options == b.options;
 }
 
+QHash<int, MountEntry> byId(const QList<MountEntry> &entries) {
+    QHash<int, MountEntry> mounts;
+    for (const MountEntry &entry : entries)
+        mounts.insert(entry.id, entry);
+    return mounts;
+}
+
 bool isInsideMount(const QString &path, const QString &target) {
     if (target == "/"_L1)
         return path.startsWith(u'/');
@@ -96,7 +103,8 @@ NTDiskManager *NTDiskManager::shared() {
 
 NTDiskManager::NTDiskManager(DiskSystem system, QObject *parent)
     : QObject(parent)
-    , m_system(std::move(system)) {}
+    , m_system(std::move(system))
+    , m_knownMounts(byId(m_system.mountTable->read())) {}
 
 NTDiskManager::~NTDiskManager() = default;
 
@@ -107,10 +115,11 @@ NTDiskDriveList NTDiskManager::getAllDiskDrive() const {
         NTDiskDrivePtr drive = fillRecord(entry, devices);
         if (!drive)
             continue;
+        // One pass: a second arg() would substitute inside the values ("50%1off").
         qCInfo(lcDisk).noquote() << u"bsdName:%1 name:%2 mountPath:%3 format:%4 iswritable:%5"_s
                                         .arg(drive->bsdName(), drive->name(), drive->mountPath(),
-                                             drive->formatDescription())
-                                        .arg(int(drive->isWritable()));
+                                             drive->formatDescription(),
+                                             QString::number(int(drive->isWritable())));
         drives.append(std::move(drive));
     }
     return drives;
@@ -170,46 +179,47 @@ bool NTDiskManager::checkWrite(const QString &path) {
     return !(space && space->readOnly);
 }
 
-bool NTDiskManager::startMonitoring() {
-    if (!m_mountMonitor) {
+MountMonitor *NTDiskManager::mountMonitor() {
+    if (!m_mountMonitor)
         m_mountMonitor = new MountMonitor(this);
-        connect(m_mountMonitor, &MountMonitor::changed, this, &NTDiskManager::mountTableDidChange);
-    }
-    rememberTable(m_system.mountTable->read());
-    return m_mountMonitor->start();
+    return m_mountMonitor;
 }
 
-void NTDiskManager::rememberTable(const QList<MountEntry> &entries) {
-    m_knownMounts.clear();
-    for (const MountEntry &entry : entries)
-        m_knownMounts.insert(entry.id, entry);
+bool NTDiskManager::startMonitoring() {
+    if (m_monitoring)
+        return true;
+    connect(mountMonitor(), &MountMonitor::changed, this, &NTDiskManager::mountTableDidChange);
+    m_monitoring = mountMonitor()->start();
+    // What changed before the kernel was listening would otherwise wait for the next change.
+    if (m_monitoring)
+        mountTableDidChange();
+    return m_monitoring;
 }
 
 void NTDiskManager::mountTableDidChange() {
     const QList<MountEntry> entries = m_system.mountTable->read();
-    QHash<int, MountEntry> current;
-    for (const MountEntry &entry : entries)
-        current.insert(entry.id, entry);
+    const QHash<int, MountEntry> before = std::exchange(m_knownMounts, byId(entries));
+    DeviceCache devices(*m_system.blockDevices);
+    reportChanges(before, entries, devices);
+}
+
+void NTDiskManager::reportChanges(const QHash<int, MountEntry> &before,
+                                  const QList<MountEntry> &after, DeviceCache &devices) {
+    const QHash<int, MountEntry> current = byId(after);
     QList<MountEntry> gone;
-    for (const MountEntry &entry : std::as_const(m_knownMounts))
+    for (const MountEntry &entry : before)
         if (const auto it = current.constFind(entry.id);
             it == current.constEnd() || !isSameMount(*it, entry))
             gone.append(entry);
     // Children before parents, as the kernel unmounts them.
     std::sort(gone.begin(), gone.end(),
               [](const MountEntry &a, const MountEntry &b) { return a.id > b.id; });
-    QList<MountEntry> added;
-    for (const MountEntry &entry : entries)
-        if (const auto it = m_knownMounts.constFind(entry.id);
-            it == m_knownMounts.constEnd() || !isSameMount(*it, entry))
-            added.append(entry);
-    m_knownMounts = std::move(current);
-
     for (const MountEntry &entry : gone)
         diskDidUnMount(entry);
-    DeviceCache devices(*m_system.blockDevices);
-    for (const MountEntry &entry : added)
-        diskDidMount(entry, devices);
+    for (const MountEntry &entry : after)
+        if (const auto it = before.constFind(entry.id);
+            it == before.constEnd() || !isSameMount(*it, entry))
+            diskDidMount(entry, devices);
 }
 
 void NTDiskManager::diskDidMount(const MountEntry &entry, DeviceCache &devices) {
@@ -226,29 +236,33 @@ void NTDiskManager::diskDidUnMount(const MountEntry &entry) {
 void NTDiskManager::addLisener() {
     if (m_session)
         return;
+    DeviceCache devices(*m_system.blockDevices);
+    m_sessionMounts = byId(sessionMatches(devices));
     m_session = new BlockEventMonitor(this);
-    connect(m_session, &BlockEventMonitor::deviceEvent, this, &NTDiskManager::blockDeviceDidChange);
+    connect(m_session, &BlockEventMonitor::deviceEvent, this, &NTDiskManager::sessionDidChange);
+    // A mount raises no block event; the mount table tells when a matching volume mounts.
+    connect(mountMonitor(), &MountMonitor::changed, this, &NTDiskManager::sessionDidChange);
     m_session->start();
+    mountMonitor()->start();
+    sessionDidChange();
 }
 
-void NTDiskManager::blockDeviceDidChange(const QString &action, const QString &kernelName) {
-    const auto facts = m_system.blockDevices->deviceNamed(kernelName);
-    const bool gone = action == "remove"_L1;
-    // What is gone can no longer be probed; the mounts it leaves behind are reported all the same.
-    if (!gone && !(facts && facts->external && mentionsNtfs(facts->fsType)))
-        return;
-    DeviceCache devices(*m_system.blockDevices);
+QList<MountEntry> NTDiskManager::sessionMatches(DeviceCache &devices) const {
+    QList<MountEntry> matches;
     for (const MountEntry &entry : m_system.mountTable->read()) {
-        const auto &mounted = devices.lookup(entry);
-        const bool sameDevice = mounted ? mounted->kernelName == kernelName
-                                        : QFileInfo(entry.source).fileName() == kernelName;
-        if (!sameDevice)
-            continue;
-        if (gone)
-            diskDidUnMount(entry);
-        else
-            diskDidMount(entry, devices);
+        const std::optional<BlockDeviceFacts> &facts = devices.lookup(entry);
+        if (!isHiddenMount(entry) && facts && facts->external &&
+            (mentionsNtfs(facts->fsType) || mentionsNtfs(entry.fsType)))
+            matches.append(entry);
     }
+    return matches;
+}
+
+void NTDiskManager::sessionDidChange() {
+    DeviceCache devices(*m_system.blockDevices);
+    const QList<MountEntry> matches = sessionMatches(devices);
+    const QHash<int, MountEntry> before = std::exchange(m_sessionMounts, byId(matches));
+    reportChanges(before, matches, devices);
 }
 
 QString bsdNameForPath(const QString &path, const DiskSystem &system) {

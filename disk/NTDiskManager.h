@@ -38,19 +38,21 @@ public:
     // formatDescription are set.
     void setInfoWithIOKit(NTDiskDrive &drive) const;
 
-    // Listens to external NTFS devices appearing and going away.
+    // Passes on the mounts and unmounts of external, mountable, local NTFS volumes from now on;
+    // those already mounted are not reported again.
     void addLisener();
 
     DiskMountDelegate *delegate() const { return m_delegate; }
     void setDelegate(DiskMountDelegate *delegate) { m_delegate = delegate; }
 
-    // Starts following the mount table; the table as it is now counts as already known.
+    // Starts following the mount table and reports what changed since the manager was created.
     bool startMonitoring();
     // Reports what changed since the table was last read, by mount id: a volume unmounted and
     // mounted again at the same path is two events, not none.
     void mountTableDidChange();
-    // For one block-device event; only external, mountable, local NTFS devices are passed on.
-    void blockDeviceDidChange(const QString &action, const QString &kernelName);
+    // For the session of addLisener: reports the matching volumes mounted and gone since it last
+    // looked (a volume whose device went away counts as gone).
+    void sessionDidChange();
 
 private:
     class DeviceCache;
@@ -59,12 +61,17 @@ private:
     void applyDeviceFacts(NTDiskDrive &drive, const std::optional<BlockDeviceFacts> &facts) const;
     void diskDidMount(const MountEntry &entry, DeviceCache &devices);
     void diskDidUnMount(const MountEntry &entry);
-    void rememberTable(const QList<MountEntry> &entries);
+    void reportChanges(const QHash<int, MountEntry> &before, const QList<MountEntry> &after,
+                       DeviceCache &devices);
+    QList<MountEntry> sessionMatches(DeviceCache &devices) const;
+    MountMonitor *mountMonitor();
 
     DiskSystem m_system;
     DiskMountDelegate *m_delegate = nullptr;
-    QHash<int, MountEntry> m_knownMounts;
+    QHash<int, MountEntry> m_knownMounts; // taken when created, on whichever thread that is
+    QHash<int, MountEntry> m_sessionMounts;
     MountMonitor *m_mountMonitor = nullptr;
+    bool m_monitoring = false;
     BlockEventMonitor *m_session = nullptr;
 };
 

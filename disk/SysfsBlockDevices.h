@@ -5,8 +5,7 @@
 
 #include <memory>
 
-// Device facts from sysfs (a real /sys or a fixture tree) and a file-system probe. udev's database
-// is not used: it is absent where udevd does not run.
+// Device facts from sysfs (a real /sys or a fixture tree) and a file-system probe.
 class SysfsBlockDevices final : public BlockDevices {
 public:
     SysfsBlockDevices(QString sysRoot, std::shared_ptr<const FsProbe> probe);

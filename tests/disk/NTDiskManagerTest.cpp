@@ -129,7 +129,10 @@ TEST_F(DiskListing, FindsTheDeviceOfAPathAndSettlesTheNtfsName) {
 }
 
 TEST_F(DiskListing, MountEventsFollowTheTableByMountId) {
+    // Mounted after the manager was made but before it watched: still reported.
+    fake->entries << MountEntry{70, 21, 0, u"/dev/sdb2"_s, u"/media/late"_s, u"ext4"_s, u"/"_s, {}};
     manager.startMonitoring();
+    EXPECT_EQ(std::exchange(events, {}), QStringList{u"mount sdb2 /media/late"_s});
     // Unmounted and mounted again between two reads, the kernel reusing the freed id or not.
     for (const int id : {30, 50}) {
         MountEntry &passport = fake->entries[4];
@@ -148,12 +151,40 @@ TEST_F(DiskListing, MountEventsFollowTheTableByMountId) {
     EXPECT_EQ(events, QStringList{u"unmount /run"_s});
 }
 
-TEST_F(DiskListing, BlockEventsPassOnlyExternalNtfsDevices) {
-    manager.blockDeviceDidChange(u"change"_s, u"sdb1"_s); // external NTFS, mounted
-    manager.blockDeviceDidChange(u"change"_s, u"sdb2"_s); // external ext4
-    manager.blockDeviceDidChange(u"change"_s, u"sde1"_s); // internal NTFS
-    manager.blockDeviceDidChange(u"add"_s, u"sdz1"_s);    // unknown
-    manager.blockDeviceDidChange(u"remove"_s, u"sdc1"_s);
-    EXPECT_EQ(events, (QStringList{u"mount sdb1 /media/anna/My Passport"_s,
-                                   u"unmount /media/anna/Line\nBreak"_s}));
+// Only external NTFS volumes, once when they mount and once when they or their device go away.
+TEST_F(DiskListing, SessionPassesOnOnlyExternalNtfsVolumesAsTheyMount) {
+    manager.addLisener();
+    EXPECT_EQ(events, QStringList{}); // those already mounted are not reported
+    fake->entries.removeIf([](const MountEntry &e) { return e.id == 36; }); // the card reader's
+    fake->entries << MountEntry{60,           21,     0, u"/dev/sdb1"_s, u"/media/again"_s,
+                                u"fuseblk"_s, u"/"_s, {}}
+                  << MountEntry{61, 21, 0, u"/dev/sdb2"_s, u"/media/ext4"_s, u"ext4"_s, u"/"_s, {}}
+                  << MountEntry{62,           21,     0, u"/dev/sde1"_s, u"/media/internal"_s,
+                                u"fuseblk"_s, u"/"_s, {}};
+    for (int round = 0; round < 2; ++round)
+        manager.sessionDidChange();
+    EXPECT_EQ(std::exchange(events, {}),
+              (QStringList{u"unmount /media/anna/Line\nBreak"_s, u"mount sdb1 /media/again"_s}));
+    QFile::remove(sysfs.filePath(u"class/block/sdb1"_s)); // unplugged while mounted
+    manager.sessionDidChange();
+    EXPECT_EQ(events,
+              (QStringList{u"unmount /media/again"_s, u"unmount /media/anna/My Passport"_s}));
+}
+
+namespace {
+QStringList diskLog;
+void keepDiskLog(QtMsgType, const QMessageLogContext &context, const QString &message) {
+    if (QLatin1StringView(context.category) == "vantrelo.disk"_L1)
+        diskLog << message;
+}
+} // namespace
+
+TEST_F(DiskListing, LogLinesShowValuesAsTheyAre) {
+    fake->identities[u"/dev/sdb1"_s].label = u"50%1off %2"_s;
+    const QtMessageHandler previous = qInstallMessageHandler(keepDiskLog);
+    manager.getAllDiskDrive();
+    qInstallMessageHandler(previous);
+    EXPECT_TRUE(diskLog.contains(u"bsdName:sdb1 name:50%1off %2 mountPath:/media/anna/My Passport "
+                                 "format:Windows NTFS iswritable:0"_s))
+        << diskLog.join(u'\n').toStdString();
 }
