@@ -1,6 +1,7 @@
 #include "helperclient/NTDiskHelper.h"
 #include "tests/support/LoopImage.h"
 #include "tests/support/SystemCommand.h"
+#include "tests/support/Udevd.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -27,13 +28,14 @@ bool waitUntil(const std::function<bool()> &done, int boundMs = 20000) {
 // A private udisks2 stack: dbus-daemon with a system-bus configuration on a private address
 // (DBUS_SYSTEM_BUS_ADDRESS), udevd when none runs, and udisksd. What it starts it stops by pid.
 struct UDisksStack {
-    // One stack at a time, so no run stops the udevd another one still relies on.
+    // One stack at a time: each would trigger and watch the same devices.
     QLockFile lock{u"/tmp/vantrelo-udisks-environment.lock"_s};
     QTemporaryDir dir;
-    QProcess dbus, udevd, udisksd;
+    testsupport::Udevd udevd;
+    QProcess dbus, udisksd;
 
     ~UDisksStack() {
-        for (QProcess *process : {&udisksd, &udevd, &dbus}) {
+        for (QProcess *process : {&udisksd, &dbus}) {
             process->terminate();
             process->waitForFinished(10000); // QProcess kills it on destruction if still running
         }
@@ -42,11 +44,9 @@ struct UDisksStack {
     // Empty once everything runs, else why not. Must come before the first system bus call.
     QString start() {
         const QString udisksdPath = u"/usr/libexec/udisks2/udisksd"_s;
-        const QString udevdPath = u"/usr/lib/systemd/systemd-udevd"_s;
         if (!testsupport::isRoot())
             return u"needs root to run udisksd and attach loop devices"_s;
-        for (const QString &program :
-             {u"dbus-daemon"_s, u"mkntfs"_s, u"udisksctl"_s, udisksdPath, udevdPath})
+        for (const QString &program : {u"dbus-daemon"_s, u"mkntfs"_s, u"udisksctl"_s, udisksdPath})
             if (!testsupport::haveProgram(program) && !QFileInfo(program).isExecutable())
                 return program + u" is not installed"_s;
         QFile config(dir.filePath(u"bus.conf"_s));
@@ -68,15 +68,8 @@ struct UDisksStack {
             return u"dbus-daemon printed no address"_s;
         qputenv("DBUS_SYSTEM_BUS_ADDRESS", dbus.readLine().trimmed());
 
-        // A udevd already running is shared; ours stays in the foreground, so its pid is known.
-        const auto udevAnswers = [] {
-            return runCommand(u"udevadm"_s, {u"control"_s, u"--ping"_s}).ok();
-        };
-        if (!udevAnswers()) {
-            udevd.start(udevdPath, {});
-            if (!waitUntil(udevAnswers, 10000))
-                return u"systemd-udevd did not start"_s;
-        }
+        if (const QString why = udevd.start(); !why.isEmpty())
+            return why;
         runCommand(u"udevadm"_s, {u"trigger"_s, u"--subsystem-match=block"_s});
         runCommand(u"udevadm"_s, {u"settle"_s});
         udisksd.start(udisksdPath, {});

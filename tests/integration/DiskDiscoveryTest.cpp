@@ -2,14 +2,14 @@
 #include "tests/support/LoopImage.h"
 #include "tests/support/QtPrinters.h"
 #include "tests/support/SystemCommand.h"
+#include "tests/support/Udevd.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMetaProperty>
+#include <QProcess>
 
 #include <gtest/gtest.h>
 
@@ -19,27 +19,63 @@ using testsupport::runCommand;
 
 namespace {
 
-class RealDisks : public ::testing::Test, public DiskMountDelegate {
+// The program always runs as an ordinary desktop account, which cannot open device nodes.
+QStringList asNobody(const QString &program, const QStringList &arguments) {
+    return QStringList{u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s, u"--"_s,
+                       program} +
+           arguments;
+}
+
+// The disk manager in a process of an ordinary account; one line per delegate call.
+class Watcher {
+public:
+    ~Watcher() {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+    // Empty once it has listed or started its session and waits for go().
+    QString start(const QString &mode) {
+        m_process.start(u"setpriv"_s, asNobody(QStringLiteral(VANTRELO_DISK_WATCH), {mode}));
+        if (linesWith(u"ready"_s, 1).isEmpty())
+            return u"the watcher did not start: "_s +
+                   QString::fromUtf8(m_process.readAllStandardError());
+        return {};
+    }
+    void go() { m_process.write("go\n"); }
+    // The lines that mention `text` once `count` have come (fewer when the watcher stops). Other
+    // tests on this machine may mount too; only their own path tells lines apart.
+    QStringList linesWith(const QString &text, int count) {
+        while (m_lines.filter(text).size() < count && m_process.waitForReadyRead(20000))
+            while (m_process.canReadLine())
+                m_lines << QString::fromUtf8(m_process.readLine()).chopped(1);
+        return std::exchange(m_lines, {}).filter(text);
+    }
+
+private:
+    QProcess m_process;
+    QStringList m_lines;
+};
+
+class RealDisks : public ::testing::Test {
 protected:
     void SetUp() override {
         if (!testsupport::isRoot())
             GTEST_SKIP() << "needs root to attach loop devices and mount them";
+        ASSERT_EQ(udevd.start(), QString());
     }
-    void diskDidMount(const NTDiskDrivePtr &drive) override {
-        events << u"mount %1 %2 %3"_s.arg(drive->bsdName(), drive->mountPath(),
-                                          drive->isWritable() ? u"rw"_s : u"ro"_s);
+    // A formatted device whose file-system facts udev's database holds.
+    void format(LoopImage &image, const QString &device, const QString &fsType,
+                const QString &label) {
+        QString why;
+        ASSERT_TRUE(image.format(device, fsType, label, &why)) << why.toStdString();
+        ASSERT_EQ(testsupport::Udevd::refresh(device), QString());
     }
-    void diskDidUnMount(const QString &mountPath) override { events << u"unmount "_s + mountPath; }
-    // Other tests on this machine may mount too; only the events about `path` count.
-    QStringList eventsAt(const QString &path, int count) {
-        const QDeadlineTimer deadline(10000);
-        while (events.filter(path).size() < count && !deadline.hasExpired())
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        return std::exchange(events, {}).filter(path);
+    static QString blkidValue(const QString &device, const QString &tag) {
+        return runCommand(u"blkid"_s, {u"-p"_s, u"-o"_s, u"value"_s, u"-s"_s, tag, device})
+            .output.trimmed();
     }
 
-    NTDiskManager manager{DiskSystem::local()};
-    QStringList events;
+    testsupport::Udevd udevd;
 };
 
 } // namespace
@@ -62,14 +98,13 @@ TEST_F(RealDisks, LoopVolumesAreListedWithTheirFactsAndAsFindmntShowsThem) {
         {disk->partition(2), u"ext4"_s, {}, u"Line\nbreak \"and\" \\ \tspace"_s, u"ext4"_s, true}};
     QStringList paths;
     for (const auto &volume : volumes) {
-        ASSERT_TRUE(ntfs->format(volume.device, volume.fsType, volume.label, &why))
-            << why.toStdString();
+        ASSERT_NO_FATAL_FAILURE(format(*ntfs, volume.device, volume.fsType, volume.label));
         paths << ntfs->mount(volume.device, volume.fsType, volume.readOnly, &why, volume.folder);
         ASSERT_FALSE(paths.last().isEmpty()) << why.toStdString();
     }
     const QString ctl = QStringLiteral(VANTRELO_BINARY_DIR "/ctl/vantreloctl");
-    const auto json = runCommand(ctl, {u"list"_s, u"--json"_s});
-    const auto text = runCommand(ctl, {u"list"_s});
+    const auto json = runCommand(u"setpriv"_s, asNobody(ctl, {u"list"_s, u"--json"_s}));
+    const auto text = runCommand(u"setpriv"_s, asNobody(ctl, {u"list"_s}));
     ASSERT_TRUE(json.ok() && text.ok()) << json.output.toStdString() << text.output.toStdString();
     QHash<QString, QJsonObject> listed;
     for (const QJsonValue &value : QJsonDocument::fromJson(json.output.toUtf8()).array())
@@ -95,7 +130,7 @@ TEST_F(RealDisks, LoopVolumesAreListedWithTheirFactsAndAsFindmntShowsThem) {
         EXPECT_EQ(NTDiskManager::checkWrite(paths[i]), !volume.readOnly);
         EXPECT_GT(drive[u"freeSize"_s].toInteger(), 0);
         EXPECT_LE(drive[u"freeSize"_s].toInteger(), drive[u"totalSize"_s].toInteger());
-        EXPECT_NE(drive[u"uuid"_s].toString(), QString());
+        EXPECT_EQ(drive[u"uuid"_s].toString(), blkidValue(volume.device, u"UUID"_s));
         EXPECT_EQ(bsdNameForPath(paths[i] + u"/inside"_s), bsdName);
     }
 
@@ -119,22 +154,54 @@ TEST_F(RealDisks, LoopVolumesAreListedWithTheirFactsAndAsFindmntShowsThem) {
     EXPECT_TRUE(listed.isEmpty()) << listed.keys().join(u", "_s).toStdString();
 }
 
-TEST_F(RealDisks, MountMonitorReportsMountsUnmountsAndRemountsAtTheSamePath) {
-    manager.setDelegate(this);
-    ASSERT_TRUE(manager.startMonitoring());
+// Mounted between the first listing (on another thread, as the window's) and the start of
+// watching, and reported all the same, with the facts an ordinary account can read.
+TEST_F(RealDisks, MountEventsReachAnOrdinaryAccountWithTheVolumesFacts) {
     QString why;
     auto image = LoopImage::create(64, &why);
-    ASSERT_TRUE(image && image->format(image->device(), u"ntfs"_s, u"Events"_s, &why))
-        << why.toStdString();
+    ASSERT_TRUE(image) << why.toStdString();
+    ASSERT_NO_FATAL_FAILURE(format(*image, image->device(), u"ntfs"_s, u"50%1off Events"_s));
+    Watcher watcher;
+    ASSERT_EQ(watcher.start(u"shared"_s), QString());
     const QString path = image->mount(image->device(), u"ntfs"_s, true, &why);
     ASSERT_FALSE(path.isEmpty()) << why.toStdString();
-    const QString mounted = u"mount %1 %2 "_s.arg(LoopImage::kernelName(image->device()), path);
-    EXPECT_EQ(eventsAt(path, 1), QStringList{mounted + u"ro"_s});
+    watcher.go();
+    const QString mounted = u"mount\t%1\t%2\tWindows NTFS\t%3\t%4\t"_s.arg(
+        LoopImage::kernelName(image->device()), path, u"50%1off Events"_s,
+        blkidValue(image->device(), u"UUID"_s));
+    EXPECT_EQ(watcher.linesWith(path, 1), QStringList{mounted + u"ro"_s});
 
-    // Read-only to read/write without the event loop running in between: both events arrive.
+    // Read-only to read/write at once: both events arrive.
     ASSERT_TRUE(image->unmount(path));
     ASSERT_TRUE(runCommand(u"ntfs-3g"_s, {image->device(), path}).ok());
-    EXPECT_EQ(eventsAt(path, 2), (QStringList{u"unmount "_s + path, mounted + u"rw"_s}));
+    EXPECT_EQ(watcher.linesWith(path, 2), (QStringList{u"unmount\t"_s + path, mounted + u"rw"_s}));
     ASSERT_TRUE(image->unmount(path));
-    EXPECT_EQ(eventsAt(path, 1), QStringList{u"unmount "_s + path});
+    EXPECT_EQ(watcher.linesWith(path, 1), QStringList{u"unmount\t"_s + path});
+}
+
+// addLisener: only external NTFS volumes, as they mount and go; one already mounted is not
+// reported again.
+TEST_F(RealDisks, SessionPassesOnExternalNtfsVolumesAsTheyMount) {
+    QString why;
+    auto image = LoopImage::createPartitioned(128, 3, &why);
+    ASSERT_TRUE(image) << why.toStdString();
+    const QString early = image->partition(1), ext4 = image->partition(2),
+                  late = image->partition(3);
+    for (const QString &device : {early, late})
+        ASSERT_NO_FATAL_FAILURE(format(*image, device, u"ntfs"_s, u"Session"_s));
+    ASSERT_NO_FATAL_FAILURE(format(*image, ext4, u"ext4"_s, u"Other"_s));
+    const QString earlyPath = image->mount(early, u"ntfs"_s, false, &why, u"early"_s);
+    ASSERT_FALSE(earlyPath.isEmpty()) << why.toStdString();
+    Watcher watcher;
+    ASSERT_EQ(watcher.start(u"session"_s), QString());
+    watcher.go();
+    const QString ext4Path = image->mount(ext4, u"ext4"_s, false, &why, u"ext4"_s);
+    const QString latePath = image->mount(late, u"ntfs"_s, false, &why, u"late"_s);
+    ASSERT_FALSE(ext4Path.isEmpty() || latePath.isEmpty()) << why.toStdString();
+    // The ext4 volume mounted first; by the time the NTFS one is reported it was seen too.
+    const QStringList lines = watcher.linesWith(image->scratchDir(), 1);
+    EXPECT_EQ(lines, QStringList{u"mount\t%1\t%2\tWindows NTFS\tSession\t%3\trw"_s.arg(
+                         LoopImage::kernelName(late), latePath, blkidValue(late, u"UUID"_s))});
+    ASSERT_TRUE(image->unmount(ext4Path) && image->unmount(earlyPath));
+    EXPECT_EQ(watcher.linesWith(image->scratchDir(), 1), QStringList{u"unmount\t"_s + earlyPath});
 }

@@ -39,6 +39,10 @@ std::unique_ptr<LoopImage> LoopImage::createPartitioned(qint64 sizeMiB, int part
         return nullptr;
     }
     std::unique_ptr<LoopImage> image(new LoopImage);
+    // Mount folders an ordinary account can reach, as it reaches /media/<user>.
+    QFile::setPermissions(image->m_dir.path(), QFile::permissions(image->m_dir.path()) |
+                                                   QFile::ReadOther | QFile::ExeOther |
+                                                   QFile::ReadGroup | QFile::ExeGroup);
     const QString file = image->m_dir.filePath(u"disk.img"_s);
     const QString table =
         u"label: dos\n"_s +
