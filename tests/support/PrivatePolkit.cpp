@@ -13,6 +13,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+
 using namespace Qt::StringLiterals;
 
 namespace testsupport {
@@ -177,12 +179,14 @@ void PrivatePolkit::stop() {
     removePolicy();
 }
 
-bool PrivatePolkit::grantTo(uid_t uid, QString *why) {
+bool PrivatePolkit::addRule(uid_t uid, bool grant, QString *why) {
     const QString user = userName(uid);
     if (user.isEmpty())
         return fail(why, u"no user has uid %1"_s.arg(uid));
+    static std::atomic<int> rules = 0;
     const QString path =
-        kRulesDir + u"/10-vantrelo-test-%1-%2.rules"_s.arg(::getpid()).arg(m_rules.size() + 1);
+        kRulesDir +
+        u"/10-vantrelo-test-%1-%2.rules"_s.arg(::getpid()).arg(++rules, 4, 10, QChar(u'0'));
     QFile rule(path);
     if (!rule.open(QIODevice::WriteOnly))
         return fail(why, u"cannot write "_s + path);
@@ -190,19 +194,19 @@ bool PrivatePolkit::grantTo(uid_t uid, QString *why) {
     rule.write(
         u"polkit.addRule(function(action, subject) {\n"
         u"    if (action.id.indexOf(\"com.corvin.vantrelo.\") == 0 && subject.user == \"%1\")\n"
-        u"        return polkit.Result.YES;\n"
-        u"});\n"_s.arg(user)
+        u"        return polkit.Result.%2;\n"
+        u"});\n"_s.arg(user, grant ? u"YES"_s : u"NO"_s)
             .toUtf8());
     rule.close();
-    return waitFor([&] { return pkcheckAllows(uid); }) ||
+    return waitFor([&] { return pkcheck(uid) == (grant ? 0 : 1); }) ||
            fail(why, u"polkitd never applied the rule in "_s + path);
 }
 
-bool PrivatePolkit::pkcheckAllows(uid_t uid) const {
+int PrivatePolkit::pkcheck(uid_t uid) const {
     // This process stands in as the subject: polkitd takes the uid it is given.
     QFile stat(u"/proc/self/stat"_s);
     if (!stat.open(QIODevice::ReadOnly))
-        return false;
+        return -1;
     const QByteArray fields = stat.readAll();
     const QByteArray startTime = fields.mid(fields.lastIndexOf(')') + 2).split(' ').value(19);
     QProcess pkcheck;
@@ -212,8 +216,9 @@ bool PrivatePolkit::pkcheckAllows(uid_t uid) const {
     pkcheck.start(u"pkcheck"_s,
                   {u"--action-id"_s, u"com.corvin.vantrelo.erase-system"_s, u"--process"_s,
                    u"%1,%2,%3"_s.arg(::getpid()).arg(QString::fromLatin1(startTime)).arg(uid)});
-    return pkcheck.waitForFinished(30000) && pkcheck.exitStatus() == QProcess::NormalExit &&
-           pkcheck.exitCode() == 0;
+    const bool finished =
+        pkcheck.waitForFinished(30000) && pkcheck.exitStatus() == QProcess::NormalExit;
+    return finished ? pkcheck.exitCode() : -1;
 }
 
 } // namespace testsupport

@@ -26,16 +26,20 @@ public:
     void stop();
     // For DBUS_SYSTEM_BUS_ADDRESS; it stays the same across stop() and start().
     QString address() const;
-    // Grants every com.corvin.vantrelo.* action to `uid` by a rule, and returns once polkitd
-    // answers by it.
-    bool grantTo(uid_t uid, QString *why);
+    // A rule that grants, or refuses, every com.corvin.vantrelo.* action to `uid`; returns once
+    // polkitd answers by it. Rules added earlier win.
+    bool grantTo(uid_t uid, QString *why) { return addRule(uid, true, why); }
+    bool refuseTo(uid_t uid, QString *why) { return addRule(uid, false, why); }
 
 private:
     bool startBus(QString *why);
     bool startPolkitd(QString *why);
     bool installPolicy(const QString &policyFile, QString *why);
     void removePolicy();
-    bool pkcheckAllows(uid_t uid) const;
+    bool addRule(uid_t uid, bool grant, QString *why);
+    // pkcheck's exit code for `uid` asking for an internal disk's erase: 0 allowed, 1 refused,
+    // 2 a password needed.
+    int pkcheck(uid_t uid) const;
 
     QTemporaryDir m_dir;
     QProcess m_bus;
