@@ -106,20 +106,20 @@ bool PrivatePolkit::start(const QString &policyFile, QString *why) {
 
 bool PrivatePolkit::startBus(QString *why) {
     QFile config(m_dir.filePath(u"bus.conf"_s));
-    if (!config.open(QIODevice::WriteOnly) ||
-        config.write(
-            QString::fromLatin1(kBusConfig).arg(m_dir.filePath(u"system_bus_socket"_s)).toUtf8()) <
-            0)
+    const QByteArray text =
+        QString::fromLatin1(kBusConfig).arg(m_dir.filePath(u"system_bus_socket"_s)).toUtf8();
+    if (!config.open(QIODevice::WriteOnly) || config.write(text) != text.size())
         return fail(why, u"cannot write the bus configuration"_s);
     config.close();
+    // Into files, so that a talkative process never blocks on a full pipe nobody reads.
+    m_bus.setStandardErrorFile(m_dir.filePath(u"dbus-daemon.log"_s), QIODevice::Append);
     m_bus.start(u"dbus-daemon"_s,
                 {u"--config-file="_s + config.fileName(), u"--nofork"_s, u"--print-address"_s});
     // The socket file exists before the bus listens; the printed address means it does.
     while (m_bus.waitForReadyRead(10000) && !m_bus.canReadLine()) {
     }
     if (!m_bus.canReadLine())
-        return fail(why, u"dbus-daemon did not start: "_s +
-                             QString::fromLocal8Bit(m_bus.readAllStandardError()));
+        return fail(why, u"dbus-daemon did not start: "_s + logOf(u"dbus-daemon"_s));
     m_bus.readLine();
     return true;
 }
@@ -128,6 +128,8 @@ bool PrivatePolkit::startPolkitd(QString *why) {
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, address());
     m_polkitd.setProcessEnvironment(environment);
+    m_polkitd.setProcessChannelMode(QProcess::MergedChannels);
+    m_polkitd.setStandardOutputFile(m_dir.filePath(u"polkitd.log"_s), QIODevice::Append);
     m_polkitd.start(kPolkitd, {u"--no-debug"_s});
     if (!m_polkitd.waitForStarted())
         return fail(why, u"polkitd did not start"_s);
@@ -142,9 +144,13 @@ bool PrivatePolkit::startPolkitd(QString *why) {
     }
     QDBusConnection::disconnectFromBus(name);
     if (!owned)
-        return fail(why, u"polkitd never took its name on the bus: "_s +
-                             QString::fromLocal8Bit(m_polkitd.readAllStandardError()));
+        return fail(why, u"polkitd never took its name on the bus: "_s + logOf(u"polkitd"_s));
     return true;
+}
+
+QString PrivatePolkit::logOf(const QString &program) const {
+    QFile log(m_dir.filePath(program + u".log"_s));
+    return log.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(log.readAll()) : QString();
 }
 
 bool PrivatePolkit::installPolicy(const QString &policyFile, QString *why) {

@@ -34,6 +34,7 @@ public:
 private:
     bool startBus(QString *why);
     bool startPolkitd(QString *why);
+    QString logOf(const QString &program) const;
     bool installPolicy(const QString &policyFile, QString *why);
     void removePolicy();
     bool addRule(uid_t uid, bool grant, QString *why);
