@@ -2,7 +2,9 @@
 
 #include "helper/Authorizer.h"
 #include "helper/Caller.h"
+#include "helper/CommandLog.h"
 #include "helper/DeviceFacts.h"
+#include "helper/MountPoint.h"
 #include "helper/ToolRunner.h"
 #include "helper/VolumeProbe.h"
 #include "helperclient/wire/WireCodec.h"
@@ -64,34 +66,46 @@ public:
     static wire::Dictionary result(const QString &text);
 
 private:
+    // Validation only; plan() adds the log lines.
+    Plan planUnlogged(const wire::Request &request, const Caller &caller) const;
+    Plan logged(Plan plan, const wire::Request &request, const Caller &caller) const;
+
     wire::Dictionary open(const QString &mountPath, const Caller &caller) const;
     wire::Dictionary mountReadWrite(const QString &device, const Caller &caller) const;
-    wire::Dictionary eject(const QString &disk, const Caller &caller) const;
+    wire::Dictionary eject(const QString &disk) const;
     wire::Dictionary repair(const QString &device, const Caller &caller) const;
     wire::Dictionary erase(const QString &device, const Caller &caller) const;
     wire::Dictionary rename(const QString &device, const QString &label,
                             const Caller &caller) const;
 
-    // The polkit action for `code` on `device`: its -system variant for an internal disk, its
-    // -others variant for a volume mounted for someone else.
+    // The polkit action for `code` on `device`: its -system variant for a disk that is not
+    // external for the caller, its -others variant when a mount it affects is not known to be the
+    // caller's.
     QString actionFor(quint64 code, const QString &device, const Caller &caller) const;
     // "" when the caller may run `code` on `device`, otherwise the refusal.
     QString authorize(quint64 code, const QString &device, const Caller &caller) const;
+    // Whom the volume at `mount` is mounted for; nullopt when that is not known.
+    std::optional<uid_t> ownerOf(const MountEntry &mount) const;
 
     // "" when the device holds NTFS, otherwise why the command does not apply.
     QString requireNtfs(const QString &device) const;
-    // The volume's single mount, if any, with its owner; "" or the refusal when it is mounted
-    // more than once or for another user.
-    QString singleMount(const QString &device, const Caller &caller,
-                        std::optional<MountEntry> *mount) const;
+    // The volume's single mount, if any; "" or the refusal when it is mounted more than once.
+    QString singleMount(const QString &device, std::optional<MountEntry> *mount) const;
+    // "" when /dev/`device` is still the block device it was and nothing of it is mounted:
+    // checked right before a tool writes to it or mounts it.
+    QString stillUnmounted(const QString &device) const;
     QString unmount(const MountEntry &mount) const;
-    // Refuses an ordinary user's change to a volume mounted for someone else; "" when allowed.
-    static QString ownerProblem(const QString &device, const MountEntry &mount,
-                                const Caller &caller);
-    ToolResult mountForCaller(const QString &device, const QString &target,
+    // Unmounts `mount`, holding its mount point from before until `point` has the folder itself,
+    // which must be root's or `owner`'s. "" or the whole answer when it cannot.
+    QString unmountHolding(const QString &device, const MountEntry &mount, uid_t owner,
+                           MountPoint *point) const;
+    // Mounts the volume read/write for the caller onto the held folder.
+    ToolResult mountForCaller(const QString &device, const MountPoint &point,
                               const Caller &caller) const;
-    // Mounts the volume again the way `mount` describes; "" or why not.
-    QString restore(const QString &device, const MountEntry &mount) const;
+    // Mounts the volume onto the held folder again with `mount`'s options, for `owner`; "" or why
+    // not.
+    QString restore(const QString &device, const MountEntry &mount, const MountPoint &point,
+                    std::optional<uid_t> owner) const;
     // Runs `tool` (which answers "" or why it failed) on the NTFS volume while it is unmounted,
     // then mounts it again as it was.
     wire::Dictionary whileUnmounted(const QString &device, const Caller &caller,
@@ -102,6 +116,7 @@ private:
     const VolumeProbe &m_probe;
     const Authorizer &m_authorizer;
     HelperSettings m_settings;
+    mutable CommandLog m_log;
 };
 
 } // namespace helper

@@ -113,15 +113,14 @@ protected:
         return {true, {}};
     }
     helper::ToolResult run(const QString &program, const QStringList &arguments,
-                           std::chrono::milliseconds) override {
+                           std::chrono::milliseconds, int handedFd = -1) override {
         calls.append(QStringList{program} + arguments);
+        handed.append(handedFd);
         return script ? script(calls.last()) : exited(0);
     }
-    bool spawnAs(const QString &program, const QStringList &arguments,
-                 const helper::Identity &identity, QString *) override {
-        calls.append(QStringList{program} + arguments);
-        spawnedAs.append(identity);
-        return true;
+    helper::ToolResult mountOnto(int folderFd, const QString &device, const QString &fsType,
+                                 const QString &options) override {
+        return run(u"mount"_s, {u"-t"_s, fsType, u"-o"_s, options, device}, {}, folderFd);
     }
     helper::ToolResult unmount(const QString &target) override {
         return run(u"umount"_s, {u"--"_s, target}, {});
@@ -158,7 +157,7 @@ protected:
 
     std::function<helper::ToolResult(const QStringList &)> script;
     QList<QStringList> calls;
-    QList<helper::Identity> spawnedAs;
+    QList<int> handed;
     mutable QStringList actions;
     Volume volume;
     FakeSystem system;
@@ -301,37 +300,39 @@ TEST_F(HelperCommandsTest, RenameValidatesTheLabelAndRemountsWhateverHappens) {
     EXPECT_EQ(calls.value(2), remount);
 }
 
-TEST_F(HelperCommandsTest, OpenRunsTheFileBrowserAsTheCallerInTheCallersSession) {
-    system.addMount(u"/dev/loop1"_s, u"/media/u/Data"_s, u"fuseblk"_s, u"rw"_s);
-    Caller caller = user();
-    caller.uid = ::getuid() == 0 ? caller.uid : ::getuid();
-    const char environ[] = "DISPLAY=:1\0LD_PRELOAD=/tmp/evil.so\0HOME=/home/u\0"
-                           "DBUS_SESSION_BUS_ADDRESS=unix:path=/run/user/1000/bus\0PATH=/tmp\0";
-    system.writeFile(u"proc/4242/environ"_s, QByteArray(environ, sizeof environ - 1));
-    // The caller's process folder must be the caller's.
-    ASSERT_EQ(::chown(QFile::encodeName(system.path(u"proc/4242"_s)).constData(), caller.uid, -1),
-              0);
-    const auto open = [this](const QString &path, const Caller &who) {
-        return send(helper::kOpen, {{u"mountPath"_s, path}}, who);
-    };
-    EXPECT_TRUE(open(u"/media/u/Other"_s, caller).contains(u"Nothing is mounted"_s));
-    Caller root = caller, stranger = caller;
-    root.uid = 0;
-    stranger.uid = caller.uid + 1;
-    EXPECT_FALSE(open(u"/media/u/Data"_s, root).isEmpty());
-    EXPECT_FALSE(open(u"/media/u/Data"_s, stranger).isEmpty());
+// Open only answers: "" for a current mount target the caller can reach, a reason otherwise.
+TEST_F(HelperCommandsTest, OpenAnswersWithoutStartingAnything) {
+    const QString shared = system.path(u"media/shared"_s), closed = system.path(u"media/closed"_s);
+    ASSERT_TRUE(QDir().mkpath(shared) && QDir().mkpath(closed));
+    const auto everyone =
+        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther;
+    for (const QString &folder : {system.path({}), system.path(u"media"_s), shared})
+        QFile::setPermissions(folder, everyone);
+    QFile::setPermissions(closed, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QFile::link(shared, system.path(u"media/link"_s));
+    for (const QString &target : {shared, closed, system.path(u"media/link"_s)})
+        system.addMount(u"/dev/loop1"_s, target, u"fuseblk"_s, u"rw"_s);
+    Caller stranger = user();
+    stranger.uid = ::getuid() + 1;
+    stranger.gid = stranger.uid;
+    stranger.groups = {};
+    Caller owner = stranger;
+    owner.uid = ::getuid();
+    const struct {
+        QString path;
+        Caller caller;
+        bool opens;
+    } cases[]{{shared, stranger, true},
+              {closed, owner, true},
+              {closed, stranger, false},
+              {system.path(u"media/link"_s), owner, false},
+              {system.path(u"media/none"_s), owner, false}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.path.toStdString());
+        const QString text = send(helper::kOpen, {{u"mountPath"_s, c.path}}, c.caller);
+        EXPECT_EQ(text.isEmpty(), c.opens) << text.toStdString();
+    }
     EXPECT_TRUE(calls.isEmpty());
-
-    EXPECT_EQ(open(u"/media/u/Data"_s, caller), u""_s);
-    EXPECT_EQ(calls, QList<QStringList>({{u"xdg-open"_s, u"/media/u/Data"_s}}));
-    ASSERT_EQ(spawnedAs.size(), 1);
-    EXPECT_EQ(spawnedAs[0].uid, caller.uid);
-    EXPECT_EQ(spawnedAs[0].gid, caller.gid);
-    QStringList environment = spawnedAs[0].environment;
-    environment.sort();
-    EXPECT_EQ(environment, QStringList({u"DBUS_SESSION_BUS_ADDRESS=unix:path=/run/user/1000/bus"_s,
-                                        u"DISPLAY=:1"_s, u"HOME=/home/u"_s,
-                                        u"PATH=/usr/local/bin:/usr/bin:/bin"_s}));
 }
 
 } // namespace

@@ -18,12 +18,11 @@ public:
                                 const QString &) const override {
         std::abort();
     }
-    helper::ToolResult run(const QString &, const QStringList &,
-                           std::chrono::milliseconds) override {
+    helper::ToolResult run(const QString &, const QStringList &, std::chrono::milliseconds,
+                           int) override {
         std::abort();
     }
-    bool spawnAs(const QString &, const QStringList &, const helper::Identity &,
-                 QString *) override {
+    helper::ToolResult mountOnto(int, const QString &, const QString &, const QString &) override {
         std::abort();
     }
     helper::ToolResult unmount(const QString &) override { std::abort(); }
