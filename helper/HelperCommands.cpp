@@ -79,6 +79,10 @@ HelperCommands::HelperCommands(ToolRunner &runner, const DeviceFacts &facts,
     , m_authorizer(authorizer)
     , m_settings(std::move(settings)) {}
 
+void HelperCommands::mountTableChanged() const {
+    m_facts.mountTableChanged();
+}
+
 wire::Dictionary HelperCommands::result(const QString &text) {
     return {{u"result"_s, capResult(text)}};
 }
@@ -160,14 +164,13 @@ QString HelperCommands::actionFor(quint64 code, const QString &device, const Cal
                                                {kErase, u"erase"_s},
                                                {kRename, u"rename"_s}};
     QString action = u"com.corvin.vantrelo."_s + kinds.value(code);
-    if (!m_facts.isExternal(m_facts.parentDisk(device)))
+    if (!m_facts.isExternalFor(m_facts.parentDisk(device), caller.uid))
         return action + u"-system"_s;
     const QString disk = m_facts.parentDisk(device);
-    QList<MountEntry> mounts =
+    const QList<MountEntry> mounts =
         code == kEject ? m_facts.mountsOfDisk(disk) : m_facts.mountsOfDevice(device);
-    for (MountEntry &mount : mounts) {
-        m_facts.fillOwner(&mount);
-        if (mount.ownerUid != qint64(caller.uid))
+    for (const MountEntry &mount : mounts) {
+        if (m_facts.ownerOf(mount, m_record) != caller.uid)
             return action + u"-others"_s;
     }
     return action;
@@ -198,7 +201,10 @@ wire::Dictionary HelperCommands::handle(const wire::Request &request, const Call
 }
 
 QString HelperCommands::requireNtfs(const QString &device) const {
-    const QString type = m_probe.probe(devicePath(device)).type;
+    const VolumeProbe::Volume volume = m_probe.probe(devicePath(device));
+    if (!volume.failure.isEmpty())
+        return volume.failure;
+    const QString &type = volume.type;
     if (type == u"ntfs"_s)
         return {};
     if (type.isEmpty())
@@ -206,7 +212,16 @@ QString HelperCommands::requireNtfs(const QString &device) const {
     return u"%1 holds %2, not NTFS; the helper only works on NTFS volumes."_s.arg(device, type);
 }
 
-QString HelperCommands::ownerProblem(const QString &device, const MountEntry &mount,
+OwnedMount HelperCommands::withOwner(const MountEntry &mount) const {
+    OwnedMount owned{mount};
+    if (const std::optional<uid_t> uid = m_facts.ownerOf(mount, m_record))
+        owned.ownerUid = *uid;
+    if (const std::optional<gid_t> gid = m_facts.groupOf(mount))
+        owned.ownerGid = *gid;
+    return owned;
+}
+
+QString HelperCommands::ownerProblem(const QString &device, const OwnedMount &mount,
                                      const Caller &caller) {
     if (caller.administrator || mount.ownerUid <= 0 || mount.ownerUid == qint64(caller.uid))
         return {};
@@ -215,15 +230,14 @@ QString HelperCommands::ownerProblem(const QString &device, const MountEntry &mo
 }
 
 QString HelperCommands::singleMount(const QString &device, const Caller &caller,
-                                    std::optional<MountEntry> *mount) const {
+                                    std::optional<OwnedMount> *mount) const {
     const QList<MountEntry> mounts = m_facts.mountsOfDevice(device);
     if (mounts.size() > 1)
         return u"%1 is mounted at more than one place (%2 and %3). Unmount the others first."_s.arg(
             device, mounts[0].target, mounts[1].target);
     if (mounts.isEmpty())
         return {};
-    *mount = mounts.first();
-    m_facts.fillOwner(&**mount);
+    *mount = withOwner(mounts.first());
     return ownerProblem(device, **mount, caller);
 }
 
@@ -243,7 +257,7 @@ ToolResult HelperCommands::mountForCaller(const QString &device, const QString &
                         m_settings.mountLimit);
 }
 
-QString HelperCommands::restore(const QString &device, const MountEntry &mount) const {
+QString HelperCommands::restore(const QString &device, const OwnedMount &mount) const {
     const QString mode = mount.readOnly() ? u"ro"_s : u"rw"_s;
     ToolResult result;
     if (mount.fsType == u"fuseblk"_s || mount.fsType.startsWith(u"fuse"_s)) {
@@ -288,7 +302,7 @@ wire::Dictionary HelperCommands::open(const QString &mountPath, const Caller &ca
 }
 
 wire::Dictionary HelperCommands::mountReadWrite(const QString &device, const Caller &caller) const {
-    std::optional<MountEntry> mount;
+    std::optional<OwnedMount> mount;
     if (const QString problem = singleMount(device, caller, &mount); !problem.isEmpty())
         return result(problem);
     if (!mount)
@@ -333,17 +347,18 @@ wire::Dictionary HelperCommands::mountReadWrite(const QString &device, const Cal
 }
 
 wire::Dictionary HelperCommands::eject(const QString &disk, const Caller &caller) const {
-    QList<MountEntry> mounts = m_facts.mountsOfDisk(disk);
-    for (MountEntry &mount : mounts) {
-        m_facts.fillOwner(&mount);
-        if (const QString problem = ownerProblem(mount.device, mount, caller); !problem.isEmpty())
+    QList<OwnedMount> mounts;
+    for (const MountEntry &mount : m_facts.mountsOfDisk(disk)) {
+        mounts.append(withOwner(mount));
+        if (const QString problem = ownerProblem(mount.device, mounts.last(), caller);
+            !problem.isEmpty())
             return result(problem);
     }
     // Nested mounts go first, so a parent is never busy because of its child.
-    std::sort(mounts.begin(), mounts.end(), [](const MountEntry &a, const MountEntry &b) {
+    std::sort(mounts.begin(), mounts.end(), [](const OwnedMount &a, const OwnedMount &b) {
         return a.target.size() > b.target.size();
     });
-    for (const MountEntry &mount : std::as_const(mounts)) {
+    for (const OwnedMount &mount : std::as_const(mounts)) {
         const ToolResult flushed =
             m_runner.run(u"sync"_s, {u"-f"_s, u"--"_s, mount.target}, m_settings.longLimit);
         if (!flushed.ok())
@@ -377,7 +392,7 @@ wire::Dictionary HelperCommands::eject(const QString &disk, const Caller &caller
 
 wire::Dictionary HelperCommands::whileUnmounted(const QString &device, const Caller &caller,
                                                 const std::function<QString()> &tool) const {
-    std::optional<MountEntry> mount;
+    std::optional<OwnedMount> mount;
     if (const QString problem = singleMount(device, caller, &mount); !problem.isEmpty())
         return result(problem);
     if (const QString problem = requireNtfs(device); !problem.isEmpty())
@@ -404,7 +419,7 @@ wire::Dictionary HelperCommands::repair(const QString &device, const Caller &cal
 }
 
 wire::Dictionary HelperCommands::erase(const QString &device, const Caller &caller) const {
-    std::optional<MountEntry> mount;
+    std::optional<OwnedMount> mount;
     if (const QString problem = singleMount(device, caller, &mount); !problem.isEmpty())
         return result(problem);
     if (const QString problem = requireNtfs(device); !problem.isEmpty())

@@ -3,6 +3,7 @@
 #include "helper/Authorizer.h"
 #include "helper/Caller.h"
 #include "helper/DeviceFacts.h"
+#include "helper/MountRecord.h"
 #include "helper/ToolRunner.h"
 #include "helper/VolumeProbe.h"
 #include "helperclient/wire/WireCodec.h"
@@ -52,12 +53,19 @@ struct HelperSettings {
     std::chrono::milliseconds longLimit{std::chrono::minutes(10)};
 };
 
+// A mount with whom it belonged to, read before the helper changes it; -1 when unknown.
+struct OwnedMount : MountEntry {
+    qint64 ownerUid = -1;
+    qint64 ownerGid = -1;
+};
+
 class HelperCommands : public RequestHandler {
 public:
     HelperCommands(ToolRunner &runner, const DeviceFacts &facts, const VolumeProbe &probe,
                    const Authorizer &authorizer, HelperSettings settings = {});
 
     Plan plan(const wire::Request &request, const Caller &caller) const override;
+    void mountTableChanged() const override;
     // Plans, authorizes and, when there is work, runs it on this thread.
     wire::Dictionary handle(const wire::Request &request, const Caller &caller) const;
 
@@ -83,15 +91,16 @@ private:
     // The volume's single mount, if any, with its owner; "" or the refusal when it is mounted
     // more than once or for another user.
     QString singleMount(const QString &device, const Caller &caller,
-                        std::optional<MountEntry> *mount) const;
+                        std::optional<OwnedMount> *mount) const;
+    OwnedMount withOwner(const MountEntry &mount) const;
     QString unmount(const MountEntry &mount) const;
     // Refuses an ordinary user's change to a volume mounted for someone else; "" when allowed.
-    static QString ownerProblem(const QString &device, const MountEntry &mount,
+    static QString ownerProblem(const QString &device, const OwnedMount &mount,
                                 const Caller &caller);
     ToolResult mountForCaller(const QString &device, const QString &target,
                               const Caller &caller) const;
     // Mounts the volume again the way `mount` describes; "" or why not.
-    QString restore(const QString &device, const MountEntry &mount) const;
+    QString restore(const QString &device, const OwnedMount &mount) const;
     // Runs `tool` (which answers "" or why it failed) on the NTFS volume while it is unmounted,
     // then mounts it again as it was.
     wire::Dictionary whileUnmounted(const QString &device, const Caller &caller,
@@ -102,6 +111,7 @@ private:
     const VolumeProbe &m_probe;
     const Authorizer &m_authorizer;
     HelperSettings m_settings;
+    MountRecord m_record;
 };
 
 } // namespace helper
