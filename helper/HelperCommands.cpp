@@ -162,6 +162,10 @@ HelperCommands::HelperCommands(ToolRunner &runner, const DeviceFacts &facts,
     , m_authorizer(authorizer)
     , m_settings(std::move(settings)) {}
 
+void HelperCommands::mountTableChanged() const {
+    m_facts.mountTableChanged();
+}
+
 wire::Dictionary HelperCommands::result(const QString &text) {
     return {{u"result"_s, capResult(text)}};
 }
@@ -210,6 +214,12 @@ Plan HelperCommands::planUnlogged(const wire::Request &request, const Caller &ca
     if (m_facts.isSystemDisk(disk))
         return answer(u"%1 is on the disk that holds the running system; the helper does not "
                       u"change it."_s.arg(device));
+    const QStringList holders =
+        request.code == kEject ? m_facts.diskHolders(disk) : m_facts.holders(device);
+    if (!holders.isEmpty())
+        return answer(u"%1 is in use by %2 (device-mapper, LVM or RAID), which would be left "
+                      u"without its device. Stop %2 first."_s.arg(
+                          request.code == kEject ? disk : device, holders.join(u", "_s)));
     const auto authorize = [this, code = request.code, device, caller] {
         return this->authorize(code, device, caller);
     };
@@ -273,17 +283,13 @@ Plan HelperCommands::logged(Plan plan, const wire::Request &request, const Calle
 }
 
 std::optional<uid_t> HelperCommands::ownerOf(const MountEntry &mount) const {
-    MountEntry filled = mount;
-    m_facts.fillOwner(&filled);
-    if (filled.ownerUid < 0)
-        return std::nullopt;
-    return uid_t(filled.ownerUid);
+    return m_facts.ownerOf(mount, m_record);
 }
 
 QString HelperCommands::actionFor(quint64 code, const QString &device, const Caller &caller) const {
     const QString action = u"com.corvin.vantrelo."_s + commandName(code);
     const QString disk = m_facts.parentDisk(device);
-    if (!m_facts.isExternal(disk))
+    if (!m_facts.isExternalFor(disk, caller.uid))
         return action + u"-system"_s;
     const QList<MountEntry> mounts =
         code == kEject ? m_facts.mountsOfDisk(disk) : m_facts.mountsOfDevice(device);
@@ -319,7 +325,10 @@ wire::Dictionary HelperCommands::handle(const wire::Request &request, const Call
 }
 
 QString HelperCommands::requireNtfs(const QString &device) const {
-    const QString type = m_probe.probe(devicePath(device)).type;
+    const VolumeProbe::Volume volume = m_probe.probe(devicePath(device));
+    if (!volume.failure.isEmpty())
+        return volume.failure;
+    const QString &type = volume.type;
     if (type == u"ntfs"_s)
         return {};
     if (type.isEmpty())
@@ -337,8 +346,8 @@ QString HelperCommands::singleMount(const QString &device, std::optional<MountEn
     return {};
 }
 
-QString HelperCommands::stillUnmounted(const QString &device) const {
-    if (!m_facts.isBlockDevice(device))
+QString HelperCommands::stillUnmounted(const QString &device, dev_t number) const {
+    if (number == 0 || m_facts.deviceNumber(device) != number)
         return u"%1 is no longer the device it was."_s.arg(device);
     const QList<MountEntry> mounts = m_facts.mountsOfDevice(device);
     if (!mounts.isEmpty())
@@ -349,8 +358,10 @@ QString HelperCommands::stillUnmounted(const QString &device) const {
 
 QString HelperCommands::unmount(const MountEntry &mount) const {
     const ToolResult result = m_runner.unmount(mount.target);
-    if (result.ok())
+    if (result.ok()) {
+        m_record.forget(mount);
         return {};
+    }
     return u"The volume at %1 is in use and could not be unmounted. Close the files and windows "
            u"that use it, then try again. (%2)"_s.arg(mount.target, toolText(result));
 }
@@ -361,7 +372,8 @@ QString HelperCommands::unmountHolding(const QString &device, const MountEntry &
         return u"%1 was left as it is: its mount point cannot be trusted (%2)."_s.arg(device,
                                                                                       problem);
     const QList<MountEntry> now = m_facts.mountsOfDevice(device);
-    if (now.size() != 1 || now.first().target != mount.target)
+    if (now.size() != 1 || now.first().mountId != mount.mountId ||
+        now.first().target != mount.target)
         return u"%1 was left as it is: its mounts changed while the request waited."_s.arg(device);
     if (const QString problem = unmount(mount); !problem.isEmpty())
         return problem;
@@ -385,10 +397,14 @@ ToolResult HelperCommands::mountForCaller(const QString &device, const MountPoin
                         m_settings.mountLimit, point.folder());
 }
 
-QString HelperCommands::restore(const QString &device, const MountEntry &mount,
+void HelperCommands::remember(const QString &device, uid_t uid) const {
+    for (const MountEntry &mount : m_facts.mountsOfDevice(device))
+        m_record.remember(mount, uid);
+}
+
+QString HelperCommands::restore(const QString &device, dev_t number, const MountEntry &mount,
                                 const MountPoint &point, std::optional<uid_t> owner) const {
-    Q_UNUSED(owner)
-    if (const QString problem = stillUnmounted(device); !problem.isEmpty())
+    if (const QString problem = stillUnmounted(device, number); !problem.isEmpty())
         return u"%1 was not mounted again at %2: %3"_s.arg(device, mount.target, problem);
     const ToolResult result = isFuse(mount)
                                   ? m_runner.run(u"ntfs-3g"_s,
@@ -397,8 +413,11 @@ QString HelperCommands::restore(const QString &device, const MountEntry &mount,
                                                  m_settings.mountLimit, point.folder())
                                   : m_runner.mountOnto(point.folder(), devicePath(device),
                                                        mount.fsType, kernelOptions(mount));
-    if (result.ok())
+    if (result.ok()) {
+        if (owner)
+            remember(device, *owner);
         return {};
+    }
     qCWarning(lcHelper) << "could not mount" << device << "again at" << mount.target;
     return failure(u"Mounting %1 again at %2 failed"_s.arg(device, mount.target), result);
 }
@@ -423,14 +442,16 @@ wire::Dictionary HelperCommands::mountReadWrite(const QString &device, const Cal
     if (!m_settings.privileged || !m_facts.fuseUsable())
         return result(kNoFullDiskAccess);
 
+    const dev_t number = m_facts.deviceNumber(device);
     MountPoint point;
     if (const QString problem = unmountHolding(device, *mount, caller.uid, &point);
         !problem.isEmpty())
         return result(problem);
-    if (const QString problem = stillUnmounted(device); !problem.isEmpty())
+    if (const QString problem = stillUnmounted(device, number); !problem.isEmpty())
         return result(problem);
     const ToolResult mounted = mountForCaller(device, point, caller);
     if (mounted.ok()) {
+        remember(device, caller.uid);
         // ntfs-3g falls back to read-only on a hibernated volume and still reports success.
         const QList<MountEntry> now = m_facts.mountsOfDevice(device);
         const bool writable = std::any_of(
@@ -438,11 +459,11 @@ wire::Dictionary HelperCommands::mountReadWrite(const QString &device, const Cal
         if (writable)
             return result({});
         if (now.isEmpty())
-            restore(device, *mount, point, owner);
+            restore(device, number, *mount, point, owner);
         return result(hibernatedText(mounted));
     }
     // The volume goes back to how it was before anything else is said.
-    const QString restoreProblem = restore(device, *mount, point, owner);
+    const QString restoreProblem = restore(device, number, *mount, point, owner);
     QString text;
     if (refusedAsHibernated(mounted))
         text = hibernatedText(mounted);
@@ -456,6 +477,7 @@ wire::Dictionary HelperCommands::mountReadWrite(const QString &device, const Cal
 }
 
 wire::Dictionary HelperCommands::eject(const QString &disk) const {
+    const dev_t number = m_facts.deviceNumber(disk);
     QList<MountEntry> mounts = m_facts.mountsOfDisk(disk);
     // Nested mounts go first, so a parent is never busy because of its child.
     std::sort(mounts.begin(), mounts.end(), [](const MountEntry &a, const MountEntry &b) {
@@ -469,7 +491,9 @@ wire::Dictionary HelperCommands::eject(const QString &disk) const {
         if (const QString problem = unmount(mount); !problem.isEmpty())
             return result(problem);
     }
-    if (!m_facts.isBlockDevice(disk) || !m_facts.mountsOfDisk(disk).isEmpty())
+    if (number == 0 || m_facts.deviceNumber(disk) != number)
+        return result(u"%1 is no longer the device it was; it was left attached."_s.arg(disk));
+    if (!m_facts.mountsOfDisk(disk).isEmpty())
         return result(
             u"%1 was mounted again while it was being ejected; it stays attached."_s.arg(disk));
     if (DeviceFacts::isLoopDevice(disk)) {
@@ -500,6 +524,7 @@ wire::Dictionary HelperCommands::whileUnmounted(const QString &device, const Cal
         return result(problem);
     if (const QString problem = requireNtfs(device); !problem.isEmpty())
         return result(problem);
+    const dev_t number = m_facts.deviceNumber(device);
     MountPoint point;
     std::optional<uid_t> owner;
     if (mount) {
@@ -508,11 +533,12 @@ wire::Dictionary HelperCommands::whileUnmounted(const QString &device, const Cal
             !problem.isEmpty())
             return result(problem);
     }
-    QString text = stillUnmounted(device);
+    QString text = stillUnmounted(device, number);
     if (text.isEmpty())
         text = tool();
     if (mount) {
-        if (const QString problem = restore(device, *mount, point, owner); !problem.isEmpty())
+        if (const QString problem = restore(device, number, *mount, point, owner);
+            !problem.isEmpty())
             text = text.isEmpty() ? problem : text + u" "_s + problem;
     }
     return result(text);
@@ -534,6 +560,7 @@ wire::Dictionary HelperCommands::erase(const QString &device, const Caller &call
     if (const QString problem = requireNtfs(device); !problem.isEmpty())
         return result(problem);
     const QString label = m_probe.probe(devicePath(device)).label;
+    const dev_t number = m_facts.deviceNumber(device);
     MountPoint point;
     std::optional<uid_t> owner;
     if (mount) {
@@ -547,7 +574,7 @@ wire::Dictionary HelperCommands::erase(const QString &device, const Caller &call
     if (!label.isEmpty())
         arguments << u"--label="_s + label;
     arguments << devicePath(device);
-    QString text = stillUnmounted(device);
+    QString text = stillUnmounted(device, number);
     if (text.isEmpty()) {
         const ToolResult formatted = m_runner.run(u"mkntfs"_s, arguments, m_settings.longLimit);
         if (!formatted.ok())
@@ -555,7 +582,8 @@ wire::Dictionary HelperCommands::erase(const QString &device, const Caller &call
     }
     if (!text.isEmpty()) {
         if (mount) {
-            if (const QString problem = restore(device, *mount, point, owner); !problem.isEmpty())
+            if (const QString problem = restore(device, number, *mount, point, owner);
+                !problem.isEmpty())
                 text += u" "_s + problem;
         }
         return result(text);
@@ -563,9 +591,11 @@ wire::Dictionary HelperCommands::erase(const QString &device, const Caller &call
     qCInfo(lcHelper) << device << "erased";
     if (!mount)
         return result({});
-    if (const QString problem = stillUnmounted(device); !problem.isEmpty())
+    if (const QString problem = stillUnmounted(device, number); !problem.isEmpty())
         return result(u"%1 was erased but not mounted again: %2"_s.arg(device, problem));
     const ToolResult mounted = mountForCaller(device, point, caller);
+    if (mounted.ok())
+        remember(device, caller.uid);
     return result(mounted.ok()
                       ? QString()
                       : failure(u"%1 was erased but could not be mounted again at %2"_s.arg(

@@ -5,6 +5,7 @@
 #include "helper/CommandLog.h"
 #include "helper/DeviceFacts.h"
 #include "helper/MountPoint.h"
+#include "helper/MountRecord.h"
 #include "helper/ToolRunner.h"
 #include "helper/VolumeProbe.h"
 #include "helperclient/wire/WireCodec.h"
@@ -60,6 +61,7 @@ public:
                    const Authorizer &authorizer, HelperSettings settings = {});
 
     Plan plan(const wire::Request &request, const Caller &caller) const override;
+    void mountTableChanged() const override;
     // Plans, authorizes and, when there is work, runs it on this thread.
     wire::Dictionary handle(const wire::Request &request, const Caller &caller) const;
 
@@ -91,9 +93,9 @@ private:
     QString requireNtfs(const QString &device) const;
     // The volume's single mount, if any; "" or the refusal when it is mounted more than once.
     QString singleMount(const QString &device, std::optional<MountEntry> *mount) const;
-    // "" when /dev/`device` is still the block device it was and nothing of it is mounted:
+    // "" when /dev/`device` is still the block device `number` and nothing of it is mounted:
     // checked right before a tool writes to it or mounts it.
-    QString stillUnmounted(const QString &device) const;
+    QString stillUnmounted(const QString &device, dev_t number) const;
     QString unmount(const MountEntry &mount) const;
     // Unmounts `mount`, holding its mount point from before until `point` has the folder itself,
     // which must be root's or `owner`'s. "" or the whole answer when it cannot.
@@ -104,8 +106,10 @@ private:
                               const Caller &caller) const;
     // Mounts the volume onto the held folder again with `mount`'s options, for `owner`; "" or why
     // not.
-    QString restore(const QString &device, const MountEntry &mount, const MountPoint &point,
-                    std::optional<uid_t> owner) const;
+    QString restore(const QString &device, dev_t number, const MountEntry &mount,
+                    const MountPoint &point, std::optional<uid_t> owner) const;
+    // Notes that the device's mounts are now `uid`'s.
+    void remember(const QString &device, uid_t uid) const;
     // Runs `tool` (which answers "" or why it failed) on the NTFS volume while it is unmounted,
     // then mounts it again as it was.
     wire::Dictionary whileUnmounted(const QString &device, const Caller &caller,
@@ -117,6 +121,7 @@ private:
     const Authorizer &m_authorizer;
     HelperSettings m_settings;
     mutable CommandLog m_log;
+    mutable MountRecord m_record;
 };
 
 } // namespace helper
