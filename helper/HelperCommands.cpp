@@ -79,14 +79,6 @@ QString hibernatedText(const ToolResult &mounted) {
            u"(ntfs-3g: %1)"_s.arg(toolText(mounted));
 }
 
-QString commandName(quint64 code) {
-    static const QHash<quint64, QString> names{
-        {kOpen, u"open"_s},   {kMountReadWrite, u"mount-rw"_s},
-        {kEject, u"eject"_s}, {kRepair, u"repair"_s},
-        {kErase, u"erase"_s}, {kRename, u"rename"_s}};
-    return names.value(code, u"command %1"_s.arg(code));
-}
-
 bool isFuse(const MountEntry &mount) {
     return mount.fsType.startsWith(u"fuse"_s);
 }
@@ -152,6 +144,14 @@ bool visibleTo(const QString &path, const Caller &caller) {
 }
 
 } // namespace
+
+QString commandName(quint64 code) {
+    static const QHash<quint64, QString> names{
+        {kOpen, u"open"_s},   {kMountReadWrite, u"mount-rw"_s},
+        {kEject, u"eject"_s}, {kRepair, u"repair"_s},
+        {kErase, u"erase"_s}, {kRename, u"rename"_s}};
+    return names.value(code, u"command %1"_s.arg(code));
+}
 
 HelperCommands::HelperCommands(ToolRunner &runner, const DeviceFacts &facts,
                                const VolumeProbe &probe, const Authorizer &authorizer,

@@ -27,6 +27,9 @@ enum CommandCode : quint64 {
     kRename = 8,
 };
 
+// The command's name in the log and in its polkit action ("mount-rw", ...).
+QString commandName(quint64 code);
+
 // What to do with one request: either an answer right away, or work that must hold the lock of
 // one disk ("" when it needs none) while it runs.
 struct Plan {
