@@ -6,7 +6,7 @@
 #include <blkid.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -209,7 +209,8 @@ VolumeProbe::Volume BlkidVolumeProbe::probe(const QString &devicePath) const {
         return failed(u"Could not start reading %1: %2"_s.arg(
             name, QString::fromLocal8Bit(std::strerror(errno))));
     writeEnd.reset();
-    const Fd exited(::pidfd_open(pid, 0));
+    // By syscall: this glibc's header declares pidfd_open without C linkage.
+    const Fd exited(int(::syscall(SYS_pidfd_open, pid, 0)));
     QByteArray reply;
     const bool answered = readReply(readEnd.get(), deadline, &reply);
     if (answered && exited.get() >= 0 && waitReadable(exited.get(), deadline))
