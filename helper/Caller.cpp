@@ -45,45 +45,53 @@ quint64 processStartTime(pid_t pid) {
 
 } // namespace
 
+bool Caller::credentialsOf(int fd, Caller *caller) {
+    ucred credentials{};
+    socklen_t length = sizeof credentials;
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0 ||
+        length != sizeof credentials)
+        return false;
+    *caller = Caller{};
+    caller->pid = credentials.pid;
+    caller->startTime = processStartTime(credentials.pid);
+    caller->uid = credentials.uid;
+    caller->gid = credentials.gid;
+    return true;
+}
+
+void Caller::lookUp() {
+    groups = {gid};
+    std::vector<char> buffer = lookupBuffer();
+    passwd entry{};
+    passwd *found = nullptr;
+    if (::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) == 0 && found) {
+        int count = 64;
+        std::vector<gid_t> all(static_cast<size_t>(count));
+        if (::getgrouplist(found->pw_name, gid, all.data(), &count) < 0) {
+            all.resize(size_t(count));
+            ::getgrouplist(found->pw_name, gid, all.data(), &count);
+        }
+        all.resize(size_t(std::max(count, 0)));
+        if (!all.empty())
+            groups = all;
+    }
+    administrator = uid == 0;
+    for (const char *adminGroup : {"sudo", "wheel"}) {
+        gid_t adminGid = 0;
+        if (groupId(adminGroup, &adminGid) &&
+            std::find(groups.begin(), groups.end(), adminGid) != groups.end())
+            administrator = true;
+    }
+}
+
 Caller Caller::forIds(pid_t pid, uid_t uid, gid_t gid) {
     Caller caller;
     caller.pid = pid;
     caller.startTime = processStartTime(pid);
     caller.uid = uid;
     caller.gid = gid;
-    caller.groups = {gid};
-    std::vector<char> buffer = lookupBuffer();
-    passwd entry{};
-    passwd *found = nullptr;
-    if (::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) == 0 && found) {
-        int count = 64;
-        std::vector<gid_t> groups(static_cast<size_t>(count));
-        if (::getgrouplist(found->pw_name, gid, groups.data(), &count) < 0) {
-            groups.resize(size_t(count));
-            ::getgrouplist(found->pw_name, gid, groups.data(), &count);
-        }
-        groups.resize(size_t(std::max(count, 0)));
-        if (!groups.empty())
-            caller.groups = groups;
-    }
-    caller.administrator = uid == 0;
-    for (const char *adminGroup : {"sudo", "wheel"}) {
-        gid_t adminGid = 0;
-        if (groupId(adminGroup, &adminGid) &&
-            std::find(caller.groups.begin(), caller.groups.end(), adminGid) != caller.groups.end())
-            caller.administrator = true;
-    }
+    caller.lookUp();
     return caller;
-}
-
-bool Caller::fromSocket(int fd, Caller *caller) {
-    ucred credentials{};
-    socklen_t length = sizeof credentials;
-    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0 ||
-        length != sizeof credentials)
-        return false;
-    *caller = forIds(credentials.pid, credentials.uid, credentials.gid);
-    return true;
 }
 
 } // namespace helper

@@ -19,9 +19,13 @@ struct Caller {
     std::vector<gid_t> groups;  // supplementary groups from the user database
     bool administrator = false; // root, or a member of sudo or wheel
 
-    // From SO_PEERCRED of a connected Unix socket; false when the kernel gives nothing.
-    static bool fromSocket(int fd, Caller *caller);
-    // Fills groups and administrator from the user database, and the start time from procfs.
+    // Pid, uid and gid from SO_PEERCRED of a connected Unix socket, and the start time read at
+    // once so it names the process that connected; false when the kernel gives nothing. Groups
+    // and administrator wait for lookUp(), which may be slow (the user database can be remote).
+    static bool credentialsOf(int fd, Caller *caller);
+    // Fills groups and administrator from the user database.
+    void lookUp();
+    // Everything at once, for a caller known by its ids.
     static Caller forIds(pid_t pid, uid_t uid, gid_t gid);
 };
 

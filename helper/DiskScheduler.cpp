@@ -1,9 +1,12 @@
 #include "helper/DiskScheduler.h"
 
+using namespace Qt::StringLiterals;
+
 namespace helper {
 
-DiskScheduler::DiskScheduler(int threads, int maxWaitingPerDisk)
-    : m_maxWaiting(maxWaitingPerDisk) {
+DiskScheduler::DiskScheduler(int threads, int maxWaitingPerDisk, int maxJobsPerUser)
+    : m_maxWaiting(maxWaitingPerDisk)
+    , m_maxPerUser(maxJobsPerUser) {
     m_pool.setMaxThreadCount(threads);
 }
 
@@ -21,33 +24,40 @@ void DiskScheduler::waitForDone() {
     }
 }
 
-bool DiskScheduler::submit(const QString &disk, std::function<void()> job) {
+QString DiskScheduler::submit(const QString &disk, uid_t owner, std::function<void()> job) {
     std::lock_guard lock(m_mutex);
-    if (disk.isEmpty()) {
-        m_pool.start(std::move(job));
-        return true;
-    }
-    if (m_running.contains(disk)) {
+    const int jobs = m_jobsPerUser.value(owner);
+    if (jobs >= m_maxPerUser)
+        return u"You already have %1 commands running or waiting. Try again when they have "
+               u"finished."_s.arg(jobs);
+    if (!disk.isEmpty() && m_running.contains(disk)) {
         auto &queue = m_waiting[disk];
         if (qsizetype(queue.size()) >= m_maxWaiting)
-            return false;
-        queue.push_back(std::move(job));
-        return true;
+            return u"Too many commands are waiting for this disk. Try again when they have "
+                   u"finished."_s;
+        queue.push_back({owner, std::move(job)});
+    } else {
+        if (!disk.isEmpty())
+            m_running.insert(disk);
+        startLocked(disk, {owner, std::move(job)});
     }
-    m_running.insert(disk);
-    startLocked(disk, std::move(job));
-    return true;
+    m_jobsPerUser[owner] = jobs + 1;
+    return {};
 }
 
-void DiskScheduler::startLocked(const QString &disk, std::function<void()> job) {
+void DiskScheduler::startLocked(const QString &disk, Job job) {
     m_pool.start([this, disk, job = std::move(job)] {
-        job();
-        finished(disk);
+        job.run();
+        finished(disk, job.owner);
     });
 }
 
-void DiskScheduler::finished(const QString &disk) {
+void DiskScheduler::finished(const QString &disk, uid_t owner) {
     std::lock_guard lock(m_mutex);
+    if (--m_jobsPerUser[owner] == 0)
+        m_jobsPerUser.remove(owner);
+    if (disk.isEmpty())
+        return;
     auto it = m_waiting.find(disk);
     if (it == m_waiting.end() || it->empty()) {
         if (it != m_waiting.end())
@@ -55,7 +65,7 @@ void DiskScheduler::finished(const QString &disk) {
         m_running.remove(disk);
         return;
     }
-    std::function<void()> next = std::move(it->front());
+    Job next = std::move(it->front());
     it->pop_front();
     startLocked(disk, std::move(next));
 }

@@ -7,18 +7,27 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QThreadPool>
 
+#include <poll.h>
+
+#include <chrono>
+#include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <vector>
 
 namespace helper {
 
-// Feeds received bytes to a connection's frame reader and collects the complete requests. False
-// when the stream is broken (oversize length, a body that is not a request): the connection must
-// be closed. This is exactly what the server runs on untrusted input.
-bool readRequests(wire::FrameReader &reader, QByteArrayView bytes, QList<wire::Request> *requests);
+// Feeds received bytes to a connection's frame reader and takes up to `limit` complete requests,
+// leaving the rest in the reader. False when the stream is broken (oversize length, a body that is
+// not a request): the connection must be closed. This is exactly what the server runs on
+// untrusted input.
+bool readRequests(wire::FrameReader &reader, QByteArrayView bytes, QList<wire::Request> *requests,
+                  qsizetype limit = std::numeric_limits<qsizetype>::max());
 
 // Socket helpers for main(): -1 with a reason when it fails.
 int listenOnPath(const QString &path, QString *why);
@@ -26,15 +35,25 @@ int listenOnPath(const QString &path, QString *why);
 int inheritedSocket();
 
 // The daemon's event loop over a listening Unix socket. Requests are read and planned on the loop
-// thread; work runs on the scheduler's threads and the replies come back through a wake-up pipe.
+// thread, a bounded number per user and round so nobody waits behind another user's flood;
+// authorizations run on a pool of their own (they may wait for a person), work on the scheduler's
+// threads, and the replies come back through a wake-up pipe.
 class HelperServer {
 public:
     struct Limits {
         int maxConnections = 256;
+        // The last slots are kept for root and administrators, so they can still get in to help.
+        int reservedConnections = 16;
         // So one local user cannot take every slot and lock the others out.
         int maxConnectionsPerUser = 64;
         int maxInFlightPerConnection = 32;
         qsizetype maxQueuedOutput = 1024 * 1024;
+        // Requests read per user in one round of the loop, immediate answers included.
+        int requestsPerRound = 16;
+        // A connection with nothing running, queued or unsent is closed after this long.
+        std::chrono::milliseconds idleLimit{std::chrono::seconds(60)};
+        int authorizationThreads = 8;
+        int maxAuthorizingPerUser = 2;
     };
 
     HelperServer(int listenFd, const RequestHandler &handler, DiskScheduler &scheduler);
@@ -51,11 +70,26 @@ public:
 
 private:
     struct Connection;
+    struct Job {
+        quint64 connectionId = 0;
+        quint64 requestId = 0;
+        uid_t owner = 0;
+        QString disk;
+        std::function<wire::Dictionary()> work;
+    };
     void acceptAll();
-    bool admits(const Caller &caller) const;
-    void readFrom(Connection &connection);
+    bool admits(Connection &connection);
+    static const Caller &lookedUp(Connection &connection);
+    int pollTimeout() const;
+    void serveRound(std::span<const pollfd> connectionFds, const std::vector<quint64> &ids);
+    int readFrom(Connection &connection, int budget);
+    void closeIdle();
     void writeTo(Connection &connection);
     void dispatch(Connection &connection, const wire::Request &request);
+    void authorizeThenSubmit(Job job, std::function<QString()> authorize);
+    bool takeAuthorizationSlot(uid_t uid);
+    void releaseAuthorizationSlot(uid_t uid);
+    void submit(Job job);
     void postReply(quint64 connectionId, const wire::Reply &reply);
     void collectReplies();
     void queueReply(Connection &connection, const wire::Reply &reply);
@@ -66,8 +100,15 @@ private:
     Limits m_limits;
     int m_wake[2] = {-1, -1};
     int m_stop[2] = {-1, -1};
+    int m_mountInfo = -1;
     quint64 m_nextId = 1;
     std::map<quint64, std::unique_ptr<Connection>> m_connections;
+    // Where the next round starts reading: the first connection the last round had no budget for.
+    quint64 m_resumeAt = 0;
+
+    QThreadPool m_authorizers;
+    std::mutex m_authorizingMutex;
+    std::map<uid_t, int> m_authorizing;
 
     std::mutex m_replyMutex;
     std::vector<std::pair<quint64, QByteArray>> m_replies;

@@ -3,6 +3,7 @@
 #include "helper/HelperCommands.h"
 #include "helper/HelperLogging.h"
 #include "helper/HelperServer.h"
+#include "helper/PolkitAuthorizer.h"
 #include "helper/ToolRunner.h"
 #include "helper/VolumeProbe.h"
 
@@ -21,15 +22,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 helper::HelperServer *g_server = nullptr;
-
-// Until the polkit authority is asked, nobody but root (who is never asked) may act.
-class RootOnly : public helper::Authorizer {
-public:
-    helper::Authorization check(const helper::Caller &, const QString &,
-                                const QString &what) const override {
-        return {false, u"Not authorized: %1 (only root may do this here)."_s.arg(what)};
-    }
-};
 
 extern "C" void stopServer(int) {
     if (g_server)
@@ -76,7 +68,7 @@ int main(int argc, char *argv[]) {
     helper::HelperSettings settings;
     settings.privileged = ::geteuid() == 0;
     const helper::BlkidVolumeProbe probe;
-    const RootOnly authorizer;
+    const helper::PolkitAuthorizer authorizer;
     const helper::HelperCommands commands(runner, facts, probe, authorizer, settings);
     helper::DiskScheduler scheduler;
     int status = 0;

@@ -7,7 +7,8 @@ packages=(
   build-essential cmake ninja-build pkg-config clang clang-format
   qt6-base-dev qt6-base-dev-tools qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools qt6-svg-dev
   libmount-dev libblkid-dev libudev-dev libgtest-dev libgmock-dev libbenchmark-dev
-  ntfs-3g util-linux mount fdisk e2fsprogs btrfs-progs xfsprogs udisks2 dbus udev systemd
+  ntfs-3g util-linux mount fdisk e2fsprogs btrfs-progs xfsprogs udisks2 dbus dbus-daemon udev systemd
+  polkitd
   xvfb xauth procps psmisc
   eject xdg-utils
 )

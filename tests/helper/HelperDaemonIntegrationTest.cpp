@@ -1,6 +1,7 @@
 #include "helper/DeviceFacts.h"
 #include "helper/HelperCommands.h"
 #include "helperclient/wire/WireClient.h"
+#include "tests/helper/DaemonFixture.h"
 #include "tests/support/LoopImage.h"
 #include "tests/support/QtPrinters.h"
 #include "tests/support/SystemCommand.h"
@@ -23,92 +24,7 @@ using wire::WireClient;
 
 namespace {
 
-// The built daemon on a socket of its own, stopped with the test.
-class DaemonTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        if (!testsupport::isRoot())
-            GTEST_SKIP() << "the helper daemon mounts and formats devices: needs root";
-        ::chmod(QFile::encodeName(socketDir.path()).constData(), 0755);
-        socketPath = socketDir.filePath(u"helper.sock"_s);
-        daemon.setProcessChannelMode(QProcess::ForwardedChannels);
-        daemon.start(QStringLiteral(VANTRELO_HELPER_DAEMON), {u"--socket"_s, socketPath});
-        ASSERT_TRUE(daemon.waitForStarted());
-        // Started, not yet listening: a hang guard, not a timing.
-        for (int attempt = 0; attempt < 400 && !WireClient::connectTo(socketPath); ++attempt)
-            QThread::msleep(25);
-        ASSERT_TRUE(WireClient::connectTo(socketPath)) << "the daemon never listened";
-    }
-
-    void TearDown() override {
-        if (daemon.state() == QProcess::NotRunning)
-            return;
-        daemon.terminate();
-        if (!daemon.waitForFinished(60000))
-            daemon.kill();
-        EXPECT_EQ(daemon.exitStatus(), QProcess::NormalExit);
-        EXPECT_FALSE(QFileInfo::exists(socketPath)) << "socket left behind";
-    }
-
-    // Runs `arguments` as the client, nobody (no shell in between).
-    static testsupport::CommandResult runAsClient(const QStringList &arguments) {
-        const QStringList user{u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s};
-        return runCommand(u"setpriv"_s, user + arguments, 300000);
-    }
-
-    QString sendAsClient(quint64 code, const QStringList &parameters) {
-        const auto run = runAsClient(
-            QStringList{QStringLiteral(VANTRELO_WIRE_CLIENT), socketPath, QString::number(code)} +
-            parameters);
-        EXPECT_TRUE(run.ok()) << run.output.toStdString();
-        return run.output.section(u"result: "_s, 1).trimmed();
-    }
-
-    static QString bsdName(const QString &devicePath) {
-        return u"bsdName="_s + LoopImage::kernelName(devicePath);
-    }
-
-    // An NTFS image holding before.txt, mounted read-only where the client can reach it.
-    std::unique_ptr<LoopImage> readOnlyNtfs(const QString &label, QString *target) {
-        QString why;
-        auto image = LoopImage::create(64, &why);
-        EXPECT_TRUE(image) << why.toStdString();
-        if (!image || !image->format(image->device(), u"ntfs"_s, label, &why))
-            return nullptr;
-        EXPECT_TRUE(
-            runCommand(u"ntfscp"_s, {image->device(), u"/etc/passwd"_s, u"before.txt"_s}).ok());
-        *target = image->mount(image->device(), u"ntfs"_s, true, &why, label);
-        EXPECT_FALSE(target->isEmpty()) << why.toStdString();
-        ::chmod(QFile::encodeName(image->scratchDir()).constData(), 0755);
-        ::chmod(QFile::encodeName(QFileInfo(*target).path()).constData(), 0755);
-        return image;
-    }
-
-    static void expectOnlyMount(const QString &devicePath, const QString &target, bool readOnly) {
-        const auto mounts = helper::DeviceFacts().mountsOfDevice(LoopImage::kernelName(devicePath));
-        ASSERT_EQ(mounts.size(), 1);
-        EXPECT_EQ(mounts[0].target, target);
-        EXPECT_EQ(mounts[0].readOnly(), readOnly);
-    }
-
-    static QString blkidValue(const QString &devicePath, const QString &tag) {
-        return runCommand(u"blkid"_s, {u"-p"_s, u"-o"_s, u"value"_s, u"-s"_s, tag, devicePath})
-            .output.trimmed();
-    }
-
-    // As ntfsinfo shows them; bit 0 is the dirty flag.
-    static QString volumeFlags(const QString &devicePath) {
-        return runCommand(u"ntfsinfo"_s, {u"-f"_s, u"-m"_s, devicePath})
-            .output.section(u"Volume Flags: "_s, 1)
-            .left(6);
-    }
-
-    QTemporaryDir socketDir;
-    QString socketPath;
-    QProcess daemon;
-};
-
-TEST_F(DaemonTest, MountReadWriteAtTheSamePathOwnedByTheCaller) {
+TEST_F(GrantedDaemonTest, MountReadWriteAtTheSamePathOwnedByTheCaller) {
     QString target;
     auto image = readOnlyNtfs(u"My Disk"_s, &target);
     ASSERT_TRUE(image);
@@ -128,7 +44,7 @@ TEST_F(DaemonTest, MountReadWriteAtTheSamePathOwnedByTheCaller) {
     expectOnlyMount(image->device(), target, false);
 }
 
-TEST_F(DaemonTest, RepairClearsTheDirtyFlag) {
+TEST_F(GrantedDaemonTest, RepairClearsTheDirtyFlag) {
     QString why;
     auto image = LoopImage::create(64, &why);
     ASSERT_TRUE(image && image->format(image->device(), u"ntfs"_s, u"Dirty"_s, &why))
@@ -144,7 +60,7 @@ TEST_F(DaemonTest, RepairClearsTheDirtyFlag) {
     expectOnlyMount(image->device(), target, true);
 }
 
-TEST_F(DaemonTest, EraseLeavesAnEmptyVolumeWithTheOldLabel) {
+TEST_F(GrantedDaemonTest, EraseLeavesAnEmptyVolumeWithTheOldLabel) {
     QString target;
     auto image = readOnlyNtfs(u"KeepMe"_s, &target);
     ASSERT_TRUE(image);
@@ -158,7 +74,7 @@ TEST_F(DaemonTest, EraseLeavesAnEmptyVolumeWithTheOldLabel) {
               QStringList());
 }
 
-TEST_F(DaemonTest, RenameChangesTheLabelOrSaysWhyNot) {
+TEST_F(GrantedDaemonTest, RenameChangesTheLabelOrSaysWhyNot) {
     QString target;
     auto image = readOnlyNtfs(u"OldName"_s, &target);
     ASSERT_TRUE(image);
@@ -172,7 +88,7 @@ TEST_F(DaemonTest, RenameChangesTheLabelOrSaysWhyNot) {
     expectOnlyMount(image->device(), target, true);
 }
 
-TEST_F(DaemonTest, EjectLeavesNoMountOfTheDisk) {
+TEST_F(GrantedDaemonTest, EjectLeavesNoMountOfTheDisk) {
     QString why;
     auto image = LoopImage::createPartitioned(64, 2, &why);
     ASSERT_TRUE(image) << why.toStdString();
@@ -202,6 +118,78 @@ TEST_F(DaemonTest, TheSystemDiskIsRefusedForEveryDestructiveCode) {
                 << code << " " << device.toStdString() << ": " << text.toStdString();
         }
     }
+}
+
+TEST_F(DaemonTest, TheClientIsRefusedEveryDestructiveCodeUntilPolkitGrantsIt) {
+    // Another user's volume, root's volume, a disk with nothing mounted.
+    const QStringList labels{u"Others"_s, u"Roots"_s, u"Unmounted"_s};
+    std::vector<std::unique_ptr<LoopImage>> images;
+    for (const QString &label : labels) {
+        QString why;
+        images.push_back(LoopImage::create(64, &why));
+        ASSERT_TRUE(images.back() &&
+                    images.back()->format(images.back()->device(), u"ntfs"_s, label, &why))
+            << why.toStdString();
+    }
+    const QString othersFolder = images[0]->scratchDir() + u"/others"_s;
+    ASSERT_TRUE(QDir().mkpath(othersFolder));
+    ASSERT_TRUE(
+        runCommand(u"ntfs-3g"_s, {u"-o"_s, u"ro,uid=1,gid=1"_s, images[0]->device(), othersFolder})
+            .ok());
+    QString why;
+    ASSERT_FALSE(images[1]->mount(images[1]->device(), u"ntfs"_s, true, &why).isEmpty())
+        << why.toStdString();
+
+    const std::vector<std::pair<quint64, QStringList>> requests{
+        {helper::kMountReadWrite, {}},
+        {helper::kEject, {}},
+        {helper::kRepair, {}},
+        {helper::kErase, {}},
+        {helper::kRename, {u"newName=New"_s}}};
+    for (const auto &image : images) {
+        const QString before = diskState(image->device());
+        std::vector<std::pair<quint64, QStringList>> toThisDisk = requests;
+        for (auto &request : toThisDisk)
+            request.second << bsdName(image->device());
+        // At once, so the daemon's workers ask polkit side by side.
+        const QStringList answers = sendAtOnceAsClient(toThisDisk);
+        for (size_t i = 0; i < requests.size(); ++i)
+            EXPECT_TRUE(answers.value(qsizetype(i)).startsWith(u"Not authorized: "_s) &&
+                        answers.value(qsizetype(i)).contains(u"administrator"_s))
+                << before.toStdString() << ", code " << requests[i].first << ": "
+                << answers.value(qsizetype(i)).toStdString();
+        EXPECT_EQ(diskState(image->device()), before);
+    }
+
+    grantClient();
+    for (const auto &image : images) {
+        EXPECT_EQ(sendAsClient(helper::kRename, {bsdName(image->device()), u"newName=Granted"_s}),
+                  u""_s);
+        EXPECT_EQ(blkidValue(image->device(), u"LABEL"_s), u"Granted"_s);
+    }
+}
+
+TEST_F(DaemonTest, WithoutPolkitOnlyRootMayActUntilPolkitIsBack) {
+    QString why;
+    auto image = LoopImage::create(64, &why);
+    ASSERT_TRUE(image && image->format(image->device(), u"ntfs"_s, u"Before"_s, &why))
+        << why.toStdString();
+    polkit.stop();
+    const QString refused =
+        sendAsClient(helper::kRename, {bsdName(image->device()), u"newName=ByClient"_s});
+    EXPECT_TRUE(refused.startsWith(u"Not authorized: "_s) &&
+                refused.contains(u"polkit is not running"_s))
+        << refused.toStdString();
+    EXPECT_EQ(blkidValue(image->device(), u"LABEL"_s), u"Before"_s);
+    EXPECT_EQ(sendAsRoot(helper::kRename, {bsdName(image->device()), u"newName=ByRoot"_s}), u""_s);
+    EXPECT_EQ(blkidValue(image->device(), u"LABEL"_s), u"ByRoot"_s);
+
+    // The daemon finds a polkit that starts after it.
+    ASSERT_TRUE(polkit.start(QStringLiteral(VANTRELO_POLKIT_POLICY), &why)) << why.toStdString();
+    grantClient();
+    EXPECT_EQ(sendAsClient(helper::kRename, {bsdName(image->device()), u"newName=ByClient"_s}),
+              u""_s);
+    EXPECT_EQ(blkidValue(image->device(), u"LABEL"_s), u"ByClient"_s);
 }
 
 TEST_F(DaemonTest, FiftyClientsAtOnceAllGetTheirVersion) {
