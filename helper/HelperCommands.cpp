@@ -249,12 +249,14 @@ Plan HelperCommands::planUnlogged(const wire::Request &request, const Caller &ca
 
 Plan HelperCommands::logged(Plan plan, const wire::Request &request, const Caller &caller) const {
     const QString device = request.parameter.value(u"bsdName"_s).left(64);
+    // Client text: one line, whatever it holds.
     const QString subject =
-        request.code == kOpen ? request.parameter.value(u"mountPath"_s).left(256) : device;
+        (request.code == kOpen ? request.parameter.value(u"mountPath"_s).left(256) : device)
+            .simplified();
     const QString what = commandName(request.code) + u' ' + subject;
     const uid_t uid = caller.uid;
     if (plan.immediate) {
-        m_log.refused(uid, what + u": "_s + plan.immediate->value(u"result"_s));
+        m_log.refused(uid, what + u": "_s + plan.immediate->value(u"result"_s).left(300));
         return plan;
     }
     if (plan.authorize) {
