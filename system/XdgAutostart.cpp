@@ -13,7 +13,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr auto kSuffix = u".desktop";
-constexpr auto kSessionMark = u"X-Vantrelo-SessionLoginItem";
 // A desktop entry is a few hundred bytes; anything far larger is not one.
 constexpr qint64 kMaxEntrySize = 1024 * 1024;
 
@@ -72,10 +71,6 @@ QString escapeValue(const QString &value) {
         }
     }
     return out;
-}
-
-bool isFalse(const QString &value) {
-    return value.trimmed() == u"false";
 }
 
 } // namespace
@@ -171,8 +166,7 @@ QString XdgAutostart::quoteExecArgument(const QString &argument) {
     return quoted + u'"';
 }
 
-bool XdgAutostart::writeEntry(const QString &fileName, const QString &program,
-                              bool sessionItem) const {
+bool XdgAutostart::writeEntry(const QString &fileName, const QString &program) const {
     if (program.isEmpty()) {
         qCWarning(lcSystem) << "No program to start at login";
         return false;
@@ -185,10 +179,7 @@ bool XdgAutostart::writeEntry(const QString &fileName, const QString &program,
                    u"Name=Vantrelo\n"
                    u"Comment=Makes NTFS disks writable\n"_s;
     text += u"Exec="_s + escapeValue(quoteExecArgument(program)) + u'\n';
-    text += u"Terminal=false\n"
-            u"X-GNOME-Autostart-enabled=true\n"_s;
-    if (sessionItem)
-        text += QStringView(kSessionMark) + u"=true\n"_s;
+    text += u"Terminal=false\n"_s;
 
     QSaveFile file(dir + u'/' + fileName);
     if (!file.open(QIODevice::WriteOnly))
@@ -205,8 +196,7 @@ QList<QVariantMap> XdgAutostart::copyAllJobDictionaries() {
     for (const QString &name : names) {
         bool ok = false;
         const QHash<QString, QString> entry = readDesktopEntry(dir.filePath(name), &ok);
-        const bool onDemand = ok && entry.value(u"Hidden"_s).trimmed() != u"true" &&
-                              !isFalse(entry.value(u"X-GNOME-Autostart-enabled"_s));
+        const bool onDemand = ok && entry.value(u"Hidden"_s).trimmed() != u"true";
         jobs.append(QVariantMap{{u"Label"_s, name.chopped(QStringView(kSuffix).size())},
                                 {u"OnDemand"_s, onDemand}});
     }
@@ -220,7 +210,7 @@ bool XdgAutostart::setLoginItemEnabled(const QString &identifier, bool enabled) 
         return false;
     const QString fileName = identifier + QStringView(kSuffix);
     if (enabled)
-        return writeEntry(fileName, executable(), false);
+        return writeEntry(fileName, executable());
     QFile entry(folder() + u'/' + fileName);
     return !entry.exists() || entry.remove();
 }
@@ -229,7 +219,7 @@ bool XdgAutostart::addSessionItem(const QString &programPath) {
     const QString name = QFileInfo(programPath).fileName();
     if (name.isEmpty())
         return false;
-    return writeEntry(name + QStringView(kSuffix), programPath, true);
+    return writeEntry(name + QStringView(kSuffix), programPath);
 }
 
 int XdgAutostart::removeSessionItemsNamed(const QString &programFileName) {
@@ -240,10 +230,10 @@ int XdgAutostart::removeSessionItemsNamed(const QString &programFileName) {
     for (const QString &name : names) {
         bool ok = false;
         const QHash<QString, QString> entry = readDesktopEntry(dir.filePath(name), &ok);
-        if (!ok || entry.value(QStringView(kSessionMark).toString()).trimmed() != u"true")
-            continue;
-        const QString program = execProgram(entry.value(u"Exec"_s));
-        if (QFileInfo(program).fileName() == programFileName && QFile::remove(dir.filePath(name)))
+        // Entries that cannot be read or name no program are left alone.
+        const QString program = ok ? execProgram(entry.value(u"Exec"_s)) : QString();
+        if (!program.isEmpty() && QFileInfo(program).fileName() == programFileName &&
+            QFile::remove(dir.filePath(name)))
             ++removed;
     }
     return removed;

@@ -6,8 +6,8 @@
 #include <QString>
 
 // Login items as XDG autostart entries: "<identifier>.desktop" in the user's autostart folder.
-// An entry starts at login when it exists and is neither Hidden=true nor switched off with
-// X-GNOME-Autostart-enabled=false. Every call looks at the folder afresh; nothing is cached.
+// An entry starts at login when it exists and is not Hidden=true. Every call looks at the folder
+// afresh; nothing is cached.
 class XdgAutostart : public LoginItemService {
 public:
     // An empty folder means $XDG_CONFIG_HOME/autostart, read at each call; an empty executable
@@ -23,10 +23,11 @@ public:
     // succeeds when there was none.
     bool setLoginItemEnabled(const QString &identifier, bool enabled) override;
 
-    // The older session login-items list: entries marked as such, named after the program file.
+    // The older session login-items list, which is every entry of the folder. Adds an entry
+    // named after the program file.
     bool addSessionItem(const QString &programPath);
-    // Removes every marked entry whose program has this file name, wherever it lives; returns
-    // how many were removed.
+    // Removes every entry whose Exec program has this file name, wherever that program lives
+    // and whoever wrote the entry; returns how many were removed.
     int removeSessionItemsNamed(const QString &programFileName);
 
     // The [Desktop Entry] group of a file, values unescaped; empty with *ok false when the file
@@ -38,7 +39,7 @@ public:
     static QString quoteExecArgument(const QString &argument);
 
 private:
-    bool writeEntry(const QString &fileName, const QString &program, bool sessionItem) const;
+    bool writeEntry(const QString &fileName, const QString &program) const;
 
     QString m_folder;
     QString m_executable;

@@ -7,12 +7,13 @@
 #include <QFileInfo>
 #include <QHash>
 #include <QLocale>
-#include <QMimeDatabase>
 #include <QStandardPaths>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <limits>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -68,26 +69,34 @@ qint64 leadingInteger(QStringView text) {
     return ok ? value : 0;
 }
 
-// Leading decimal number of a text (".25" included), 0 when there is none.
+// The number a strtod-style parser reads at the start of a text (".25e1" is 2.5), without the
+// locale's decimal separator; 0 when there is none or it does not fit a double.
 double leadingDouble(QStringView text) {
-    text = text.trimmed();
-    qsizetype end = 0;
-    if (end < text.size() && (text[end] == u'+' || text[end] == u'-'))
-        ++end;
-    bool seenDot = false;
-    while (end < text.size() && (text[end].isDigit() || (text[end] == u'.' && !seenDot))) {
-        seenDot = seenDot || text[end] == u'.';
-        ++end;
-    }
-    bool ok = false;
-    const double value = QLocale::c().toDouble(text.left(end), &ok);
-    return ok ? value : 0.0;
+    const QByteArray bytes = text.trimmed().toLatin1();
+    double value = 0.0;
+    const std::from_chars_result result =
+        std::from_chars(bytes.data(), bytes.data() + bytes.size(), value);
+    return result.ec == std::errc() ? value : 0.0;
 }
 
+// "S" repeated n times: the first n digits of the milliseconds, cut rather than rounded, then
+// zeros.
+QString fractionDigits(const QTime &time, qsizetype count) {
+    const QString millis = QString::number(time.msec()).rightJustified(3, u'0');
+    return millis.left(count).leftJustified(count, u'0');
+}
+
+struct DatePattern {
+    QString format;
+    bool twoDigitYear = false;
+};
+
 // Rewrites a Unicode date pattern ("yyyy-MM-dd HH:mm:ss", "EEE d MMM 'at' h:mm a") into Qt's
-// date format syntax. Letters without a Qt counterpart (era, week numbers) are dropped.
-QString qtDateFormat(const QString &ldml) {
-    QString out;
+// date format syntax. Letters without a Qt counterpart (era, week numbers) are dropped. Qt has no
+// field for one or two fraction digits, so when formatting, `time`'s digits are written as text.
+DatePattern qtDateFormat(const QString &ldml, const std::optional<QTime> &time = std::nullopt) {
+    DatePattern pattern;
+    QString &out = pattern.format;
     QString literal;
     auto flushLiteral = [&] {
         if (literal.isEmpty())
@@ -131,6 +140,7 @@ QString qtDateFormat(const QString &ldml) {
         case u'y':
         case u'Y':
         case u'u':
+            pattern.twoDigitYear = pattern.twoDigitYear || run == 2;
             field = run == 2 ? u"yy"_s : u"yyyy"_s;
             break;
         case u'M':
@@ -163,7 +173,10 @@ QString qtDateFormat(const QString &ldml) {
             field = run == 1 ? u"s"_s : u"ss"_s;
             break;
         case u'S':
-            field = u"zzz"_s;
+            if (time)
+                literal += fractionDigits(*time, run);
+            else
+                field = run >= 3 ? u"zzz"_s : u"z"_s;
             break;
         case u'z':
         case u'Z':
@@ -183,7 +196,19 @@ QString qtDateFormat(const QString &ldml) {
         }
     }
     flushLiteral();
-    return out;
+    return pattern;
+}
+
+// Qt reads "yy" as 19yy; the platform puts a two-digit year in the hundred years that start
+// 80 years before now.
+QDateTime inTwoDigitYearWindow(const QDateTime &parsed, const QDateTime &now) {
+    const QDateTime start = now.addYears(-80);
+    const int startYear = start.date().year();
+    int year = startYear - startYear % 100 + parsed.date().year() % 100;
+    if (year < startYear)
+        year += 100;
+    const QDateTime shifted = parsed.addYears(year - parsed.date().year());
+    return shifted < start ? shifted.addYears(100) : shifted;
 }
 
 // The path split the way the platform splits an extension off: the extension is what follows
@@ -203,30 +228,81 @@ void splitExtension(const QString &path, QString *stem, QString *extension) {
     }
 }
 
-// Common "public.*" type identifiers, as the MIME type every member derives from.
-// An empty value stands for "any type".
-QString mimeForIdentifier(const QString &identifier) {
-    static const QHash<QString, QString> table = {
-        {u"public.item"_s, QString()},
-        {u"public.data"_s, QString()},
-        {u"public.content"_s, QString()},
-        {u"public.text"_s, u"text/plain"_s},
-        {u"public.plain-text"_s, u"text/plain"_s},
-        {u"public.html"_s, u"text/html"_s},
-        {u"public.xml"_s, u"application/xml"_s},
-        {u"public.json"_s, u"application/json"_s},
-        {u"public.image"_s, u"image/"_s},
-        {u"public.jpeg"_s, u"image/jpeg"_s},
-        {u"public.png"_s, u"image/png"_s},
-        {u"public.movie"_s, u"video/"_s},
-        {u"public.audiovisual-content"_s, u"video/"_s},
-        {u"public.audio"_s, u"audio/"_s},
-        {u"public.archive"_s, u"application/x-archive"_s},
-        {u"public.zip-archive"_s, u"application/zip"_s},
-        {u"com.adobe.pdf"_s, u"application/pdf"_s},
-        {u"public.disk-image"_s, u"application/x-raw-disk-image"_s},
-    };
-    return table.value(identifier, identifier);
+struct TypeDeclaration {
+    const char *identifier;
+    const char *conformsTo; // space-separated parents
+    const char *extensions; // space-separated, the type is their preferred one
+};
+
+// The part of the platform's type tree this program's kinds need: each type with the types it
+// directly conforms to.
+// clang-format off
+constexpr TypeDeclaration kTypes[] = {
+    {"public.item",                  "",                                     ""},
+    {"public.content",               "",                                     ""},
+    {"public.composite-content",     "public.content",                       ""},
+    {"public.data",                  "public.item",                          ""},
+    {"public.archive",               "",                                     ""},
+    {"public.zip-archive",           "public.data public.archive",           "zip"},
+    {"org.gnu.gnu-zip-archive",      "public.data public.archive",           "gz gzip"},
+    {"public.tar-archive",           "public.data public.archive",           "tar"},
+    {"public.disk-image",            "public.archive",                       ""},
+    {"public.iso-image",             "public.disk-image",                    "iso"},
+    {"public.text",                  "public.data public.content",           ""},
+    {"public.plain-text",            "public.text",                          "txt text"},
+    {"public.html",                  "public.text",                          "html htm"},
+    {"public.xml",                   "public.text",                          "xml"},
+    {"public.json",                  "public.text",                          "json"},
+    {"public.source-code",           "public.text",                          ""},
+    {"public.c-source",              "public.source-code",                   "c"},
+    {"public.c-header",              "public.source-code",                   "h"},
+    {"public.c-plus-plus-source",    "public.source-code",                   "cpp cc cxx cp c++"},
+    {"public.script",                "public.source-code",                   ""},
+    {"public.shell-script",          "public.script",                        "sh command"},
+    {"public.python-script",         "public.script",                        "py"},
+    {"com.adobe.pdf",                "public.data public.composite-content", "pdf"},
+    {"public.image",                 "public.data public.content",           ""},
+    {"public.jpeg",                  "public.image",                         "jpg jpeg jpe"},
+    {"public.png",                   "public.image",                         "png"},
+    {"com.compuserve.gif",           "public.image",                         "gif"},
+    {"public.tiff",                  "public.image",                         "tif tiff"},
+    {"public.audiovisual-content",   "public.data public.content",           ""},
+    {"public.audio",                 "public.audiovisual-content",           ""},
+    {"public.mp3",                   "public.audio",                         "mp3"},
+    {"com.microsoft.waveform-audio", "public.audio",                         "wav wave"},
+    {"public.movie",                 "public.audiovisual-content",           ""},
+    {"public.mpeg-4",                "public.movie",                         "mp4"},
+    {"com.apple.quicktime-movie",    "public.movie",                         "mov qt"},
+};
+// clang-format on
+
+struct TypeTree {
+    QHash<QString, QStringList> parents;
+    QHash<QString, QString> byExtension;
+};
+
+const TypeTree &typeTree() {
+    static const TypeTree tree = [] {
+        TypeTree built;
+        for (const TypeDeclaration &type : kTypes) {
+            const QString identifier = QString::fromLatin1(type.identifier);
+            built.parents.insert(
+                identifier, QString::fromLatin1(type.conformsTo).split(u' ', Qt::SkipEmptyParts));
+            for (const QString &extension :
+                 QString::fromLatin1(type.extensions).split(u' ', Qt::SkipEmptyParts))
+                built.byExtension.insert(extension, identifier);
+        }
+        return built;
+    }();
+    return tree;
+}
+
+bool typeConforms(const QString &type, const QString &wanted) {
+    if (type == wanted)
+        return true;
+    const QStringList parents = typeTree().parents.value(type);
+    return std::any_of(parents.begin(), parents.end(),
+                       [&](const QString &parent) { return typeConforms(parent, wanted); });
 }
 
 } // namespace
@@ -287,13 +363,17 @@ QString TLUtility::stringFromFomate(const QDateTime &date, const QString &format
     const QString pattern = formate.isNull() ? u"yyyy-MM-dd HH:mm:ss"_s : formate;
     if (!date.isValid())
         return {};
-    return QLocale().toString(date.toLocalTime(), qtDateFormat(pattern));
+    const QDateTime local = date.toLocalTime();
+    return QLocale().toString(local, qtDateFormat(pattern, local.time()).format);
 }
 
-QDateTime TLUtility::dateFromString(const QString &string, const QString &formate) {
+QDateTime TLUtility::dateFromString(const QString &string, const QString &formate,
+                                    const QDateTime &now) {
     if (formate.isEmpty())
         return {};
-    return QLocale().toDateTime(string, qtDateFormat(formate));
+    const DatePattern pattern = qtDateFormat(formate);
+    const QDateTime parsed = QLocale().toDateTime(string, pattern.format);
+    return pattern.twoDigitYear && parsed.isValid() ? inTwoDigitYearWindow(parsed, now) : parsed;
 }
 
 qint64 TLUtility::numberOfDaysWithFromDate(const QDateTime &fromDate, const QDateTime &toDate) {
@@ -311,22 +391,10 @@ qint64 TLUtility::numberOfDaysWithFromDate(const QDateTime &fromDate, const QDat
 }
 
 bool TLUtility::conformsToUTI(const QString &extension, const QString &conformsUTI) {
-    const QMimeDatabase database;
-    const QList<QMimeType> candidates = database.mimeTypesForFileName(u"file."_s + extension);
-    const QMimeType type = candidates.isEmpty()
-                               ? database.mimeTypeForName(u"application/octet-stream"_s)
-                               : candidates.first();
-    const QString wanted = mimeForIdentifier(conformsUTI);
-    if (wanted.isEmpty())
-        return true;
-    if (wanted.endsWith(u'/')) {
-        if (type.name().startsWith(wanted))
-            return true;
-        const QStringList ancestors = type.allAncestors();
-        return std::any_of(ancestors.begin(), ancestors.end(),
-                           [&](const QString &name) { return name.startsWith(wanted); });
-    }
-    return type.inherits(wanted);
+    // An unknown extension gets a dynamic type that conforms to public.data alone.
+    const QString type =
+        typeTree().byExtension.value(extension.toLower(), QStringLiteral("public.data"));
+    return typeConforms(type, conformsUTI.toLower());
 }
 
 QString TLUtility::getSupportPath() {

@@ -20,16 +20,19 @@ public:
     static QString getTimeString(double seconds);
     static QString getDateStrBySecond(qint32 seconds);
     // 0 for any text without a "." (even a valid "01:02:03"); a head that is not exactly three
-    // ":"-separated fields counts as 0 and only the fraction is kept.
+    // ":"-separated fields counts as 0 and only the fraction is kept. The fraction is read as a
+    // number parser reads it, so ".25e1" adds 2.5.
     static double getAllSecondsWithHHMMSSMS(const QString &text);
     // Formats are date patterns in the Unicode (LDML) syntax, in the system time zone; a null
-    // format means "yyyy-MM-dd HH:mm:ss". An unparsable text gives an invalid QDateTime.
+    // format means "yyyy-MM-dd HH:mm:ss". An unparsable text gives an invalid QDateTime. A
+    // two-digit year ("yy") falls from 80 years before `now` to 20 years after it.
     static QString stringFromFomate(const QDateTime &date, const QString &formate = QString());
-    static QDateTime dateFromString(const QString &string, const QString &formate);
+    static QDateTime dateFromString(const QString &string, const QString &formate,
+                                    const QDateTime &now = QDateTime::currentDateTime());
     // Whole calendar days from one date to the other in local time; negative when to is earlier.
     static qint64 numberOfDaysWithFromDate(const QDateTime &fromDate, const QDateTime &toDate);
-    // Whether the type of files with this extension is, or derives from, the given type: a MIME
-    // type name ("image/png", "text/plain") or one of the common "public.*" identifiers.
+    // Whether the type of files with this extension is, or derives from, the given type
+    // identifier ("public.image", "com.compuserve.gif"). Case does not matter.
     static bool conformsToUTI(const QString &extension, const QString &conformsUTI);
 
     // The application's data folder under $XDG_DATA_HOME and its "temporary" sub-folder, created

@@ -44,11 +44,31 @@ TEST_F(AutostartTest, JobListFollowsTheEntries) {
 
     writeFile(entry(u"b.desktop"_s), "[Desktop Entry]\nType=Application\nExec=b\n");
     writeFile(entry(u"a.desktop"_s), "[Desktop Entry]\nHidden = true\nExec=a\n");
+    // Only Hidden switches an entry off.
     writeFile(entry(u"c.desktop"_s), "[Desktop Entry]\nX-GNOME-Autostart-enabled=false\n");
     writeFile(entry(u"notes.txt"_s), "[Desktop Entry]\n");
 
-    const QList<QVariantMap> expected = {job(u"a"_s, false), job(u"b"_s, true), job(u"c"_s, false)};
+    const QList<QVariantMap> expected = {job(u"a"_s, false), job(u"b"_s, true), job(u"c"_s, true)};
     EXPECT_EQ(service.copyAllJobDictionaries(), expected);
+}
+
+// Every entry starting a program of this file name goes, whoever wrote it and wherever the
+// program lives; the others stay.
+TEST_F(AutostartTest, DeleteStartUpRemovesEveryEntryOfThisProgram) {
+    const QByteArray name = QFileInfo(QCoreApplication::applicationFilePath()).fileName().toUtf8();
+    LLStartUpItemConfig::setStartUpState(true);
+    ASSERT_TRUE(QFile::exists(entry(QString::fromUtf8(name + ".desktop"))));
+    const std::pair<QString, QByteArray> entries[] = {
+        {u"copy.desktop"_s, "Exec=\"/opt/old copy/" + name + "\" --quiet\n"},
+        {u"hidden.desktop"_s, "Hidden=true\nExec=" + name + "\n"},
+        {u"similar.desktop"_s, "Exec=/usr/bin/" + name + "-old\n"},
+        {u"folder.desktop"_s, "Exec=/opt/" + name + "/other\n"},
+        {u"none.desktop"_s, "Name=" + name + "\n"}};
+    for (const auto &[file, body] : entries)
+        writeFile(entry(file), "[Desktop Entry]\n" + body);
+    LLStartUpItemConfig::setStartUpState(false);
+    EXPECT_EQ(QDir(entry(QString())).entryList(QDir::Files, QDir::Name),
+              (QStringList{u"folder.desktop"_s, u"none.desktop"_s, u"similar.desktop"_s}));
 }
 
 // The fixture is the controller's login item service; one log holds calls and announcements.

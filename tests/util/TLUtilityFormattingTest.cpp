@@ -29,7 +29,8 @@ TEST(TLUtility, FileSizesUseDecimalUnitsWithStrictBoundaries) {
 TEST(TLUtility, SecondsFromText) {
     const std::pair<const char *, double> texts[] = {
         {"01:02:03.5", 3723.5}, {"01:02:03", 0.0}, {"02:03.5", 0.5}, {"1:2:3:4.5", 0.5},
-        {"aa:bb:cc.5", 0.5}, {"00:00:01.5.7", 1.5}, {"", 0.0}};
+        {"aa:bb:cc.5", 0.5}, {"00:00:01.5.7", 1.5}, {"", 0.0}, {"00:00:01.25e1", 3.5},
+        {"00:00:00.5e", 0.5}, {"00:00:00.5e999", 0.0}};
     for (const auto &[text, seconds] : texts)
         EXPECT_DOUBLE_EQ(TLUtility::getAllSecondsWithHHMMSSMS(QLatin1String(text)), seconds)
             << text;
@@ -49,8 +50,46 @@ TEST(TLUtility, DatesUseUnicodePatternsInLocalTime) {
     EXPECT_FALSE(TLUtility::dateFromString(u"2024-03-05"_s, QString()).isValid());
 }
 
+// Two-digit years fall from 80 years before now (here 1945-06-15 12:00) to 20 years after.
+TEST(TLUtility, TwoDigitYearsAndFractionDigits) {
+    const QDateTime now(QDate(2025, 6, 15), QTime(12, 0));
+    const std::pair<const char *, QDate> years[] = {
+        {"05/03/24", QDate(2024, 3, 5)},   {"01/01/99", QDate(1999, 1, 1)},
+        {"16/06/45", QDate(1945, 6, 16)},  {"15/06/45", QDate(2045, 6, 15)},
+        {"31/12/44", QDate(2044, 12, 31)}, {"01/01/46", QDate(1946, 1, 1)}};
+    for (const auto &[text, date] : years)
+        EXPECT_EQ(TLUtility::dateFromString(QLatin1String(text), u"dd/MM/yy"_s, now).date(), date)
+            << text;
+
+    const QDateTime date(QDate(2024, 3, 5), QTime(7, 8, 9, 456));
+    const std::pair<const char *, const char *> fractions[] = {
+        {"ss.S", "09.4"}, {"ss.SS", "09.45"}, {"ss.SSS", "09.456"}, {"ss.SSSS", "09.4560"}};
+    for (const auto &[format, text] : fractions)
+        EXPECT_EQ(TLUtility::stringFromFomate(date, QLatin1String(format)), QLatin1String(text));
+    EXPECT_EQ(TLUtility::dateFromString(u"09.4"_s, u"ss.S"_s).time().msec(), 400);
+    EXPECT_EQ(TLUtility::dateFromString(u"09.45"_s, u"ss.SS"_s).time().msec(), 450);
+}
+
+// As the platform's type tree answers, parents included.
+TEST(TLUtility, ExtensionsConformAlongTheTypeTree) {
+    const std::tuple<const char *, const char *, bool> cases[] = {
+        {"zip", "public.archive", true},      {"zip", "public.data", true},
+        {"zip", "public.content", false},     {"mp3", "public.mp3", true},
+        {"MP3", "public.audio", true},        {"mp3", "public.audiovisual-content", true},
+        {"mp3", "public.movie", false},       {"gif", "com.compuserve.gif", true},
+        {"gif", "Public.Image", true},        {"gif", "public.item", true},
+        {"c", "public.source-code", true},    {"c", "public.text", true},
+        {"c", "public.plain-text", false},    {"txt", "public.image", false},
+        {"html", "public.plain-text", false}, {"pdf", "public.content", true},
+        {"unknown", "public.data", true},     {"unknown", "public.content", false},
+        {"png", "image/png", false}};
+    for (const auto &[extension, type, conforms] : cases)
+        EXPECT_EQ(TLUtility::conformsToUTI(QLatin1String(extension), QLatin1String(type)), conforms)
+            << extension << " " << type;
+}
+
 // Helpers the interface keeps although nothing shows them yet.
-TEST(TLUtility, ClockTextsWholeDaysAndTypes) {
+TEST(TLUtility, ClockTextsAndWholeDays) {
     EXPECT_EQ(TLUtility::getTimeString(3723.5), u"01:02:03.50"_s);
     EXPECT_EQ(TLUtility::getTimeString(std::nan("")), u"00:00:00.00"_s); // no 32-bit overflow
     EXPECT_EQ(TLUtility::getDateStrBySecond(3599), u"59:59"_s);
@@ -59,9 +98,6 @@ TEST(TLUtility, ClockTextsWholeDaysAndTypes) {
     EXPECT_EQ(TLUtility::numberOfDaysWithFromDate(noon, noon.addDays(30)), 30); // over February
     EXPECT_EQ(TLUtility::numberOfDaysWithFromDate(noon, noon.addSecs(86399)), 0);
     EXPECT_EQ(TLUtility::numberOfDaysWithFromDate(noon.addDays(1), noon), -1);
-    EXPECT_TRUE(TLUtility::conformsToUTI(u"PNG"_s, u"public.image"_s));
-    EXPECT_TRUE(TLUtility::conformsToUTI(u"html"_s, u"text/plain"_s));
-    EXPECT_FALSE(TLUtility::conformsToUTI(u"txt"_s, u"public.image"_s));
 }
 
 TEST(TLUtility, SupportFoldersAreCreatedUnderTheDataFolder) {
