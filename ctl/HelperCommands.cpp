@@ -6,7 +6,10 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QProcess>
 #include <QTextStream>
+
+#include <unistd.h>
 
 #include <chrono>
 
@@ -113,12 +116,20 @@ void printReply(const wire::Dictionary &reply, QTextStream &out) {
 
 } // namespace
 
+QString openInSession(const QString &path) {
+    if (::geteuid() == 0)
+        return u"not as root: run vantreloctl open as the person whose session should show it"_s;
+    if (!QProcess::startDetached(u"xdg-open"_s, {path}))
+        return u"xdg-open could not be started"_s;
+    return {};
+}
+
 bool isHelperCommand(const QString &verb) {
     return findVerb(verb) != nullptr;
 }
 
 int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream &err,
-                     std::optional<std::chrono::milliseconds> bound) {
+                     std::optional<std::chrono::milliseconds> bound, const FolderOpener &open) {
     const Verb *verb = arguments.isEmpty() ? nullptr : findVerb(arguments.first());
     if (!verb || arguments.size() != verb->operands + 1) {
         if (verb) {
@@ -161,7 +172,10 @@ int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream
         }
     } else if (arguments[0] == "open"_L1) {
         code = helpercommand::kOpen;
-        parameter = helpercommand::openParameter(QFileInfo(arguments[1]).absoluteFilePath());
+        // The helper compares with the mount table, which holds canonical paths.
+        const QFileInfo path(arguments[1]);
+        parameter = helpercommand::openParameter(path.exists() ? path.canonicalFilePath()
+                                                               : path.absoluteFilePath());
     } else {
         code = helpercommand::kHelperVersion;
         parameter = helpercommand::helperVersionParameter();
@@ -198,6 +212,16 @@ int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream
     if (!result->isEmpty()) {
         err << arguments[0] << " failed: " << *result << Qt::endl;
         return Failed;
+    }
+    // The helper only says whether the folder may be opened; it is opened here, in the person's
+    // own session, never by the root daemon.
+    if (code == helpercommand::kOpen) {
+        const QString path = parameter.value(u"mountPath"_s);
+        if (const QString why = open(path); !why.isEmpty()) {
+            err << "open: " << path << " can be opened, but was not: " << why << Qt::endl;
+            return Failed;
+        }
+        out << "opened " << path << " in a file browser" << Qt::endl;
     }
     return Ok;
 }

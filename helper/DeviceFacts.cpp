@@ -1,5 +1,6 @@
 #include "helper/DeviceFacts.h"
 
+#include "helper/MountRecord.h"
 #include "helper/RequestValidation.h"
 
 #include <QDir>
@@ -7,12 +8,14 @@
 #include <QFileInfo>
 
 #include <fcntl.h>
+#include <linux/loop.h>
+#include <linux/stat.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -75,6 +78,24 @@ bool DeviceFacts::isBlockDevice(const QString &name) const {
     return ::stat(node.constData(), &info) == 0 && S_ISBLK(info.st_mode);
 }
 
+dev_t DeviceFacts::deviceNumber(const QString &name) const {
+    if (!isBlockDevice(name))
+        return 0;
+    const QStringList numbers = readTrimmed(sysBlockPath(name) + u"/dev"_s).split(u':');
+    bool majorOk = false, minorOk = false;
+    const dev_t number =
+        numbers.size() == 2 ? makedev(numbers[0].toUInt(&majorOk), numbers[1].toUInt(&minorOk)) : 0;
+    if (!majorOk || !minorOk)
+        return 0;
+    if (!m_roots.requireBlockNodes)
+        return number;
+    struct stat info {};
+    const QByteArray node = QFile::encodeName(m_roots.dev + u'/' + name);
+    return ::stat(node.constData(), &info) == 0 && S_ISBLK(info.st_mode) && info.st_rdev == number
+               ? number
+               : 0;
+}
+
 bool DeviceFacts::isPartition(const QString &name) const {
     return isKernelDeviceName(name) && QFileInfo::exists(sysBlockPath(name) + u"/partition"_s);
 }
@@ -95,9 +116,9 @@ bool DeviceFacts::isUsb(const QString &disk) const {
     return QFileInfo(sysBlockPath(disk)).canonicalFilePath().contains(u"/usb"_s);
 }
 
-bool DeviceFacts::isExternal(const QString &disk) const {
+bool DeviceFacts::isExternalFor(const QString &disk, uid_t uid) const {
     if (isLoopDevice(disk))
-        return true;
+        return uid == 0 || loopFileOwner(disk) == uid;
     if (readTrimmed(sysBlockPath(disk) + u"/removable"_s) == u"1"_s)
         return true;
     const QString path = QFileInfo(sysBlockPath(disk)).canonicalFilePath();
@@ -106,6 +127,21 @@ bool DeviceFacts::isExternal(const QString &disk) const {
             return true;
     }
     return false;
+}
+
+std::optional<uid_t> DeviceFacts::loopFileOwner(const QString &disk) const {
+    const QByteArray file = readSmallFile(sysBlockPath(disk) + u"/loop/backing_file"_s, 8192);
+    const QByteArray node = QFile::encodeName(m_roots.dev + u'/' + disk);
+    const UniqueFd fd(new int(::open(node.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
+    loop_info64 status{};
+    if (file.isEmpty() || *fd < 0 || ::ioctl(*fd, LOOP_GET_STATUS64, &status) != 0)
+        return std::nullopt;
+    // The path is only a name: the file may have been deleted or replaced since it was attached.
+    struct stat info {};
+    if (::stat(file.trimmed().constData(), &info) != 0 || info.st_dev != status.lo_device ||
+        info.st_ino != status.lo_inode)
+        return std::nullopt;
+    return info.st_uid;
 }
 
 QString DeviceFacts::unescapeMountField(const QByteArray &field) {
@@ -135,6 +171,7 @@ QList<MountEntry> DeviceFacts::parseMountInfo(const QByteArray &text) {
         if (separator < 6 || separator + 2 >= fields.size())
             continue;
         MountEntry entry;
+        entry.mountId = fields[0].toInt();
         const QList<QByteArray> numbers = fields[2].split(':');
         if (numbers.size() != 2)
             continue;
@@ -169,17 +206,12 @@ QString DeviceFacts::deviceFromPath(const QString &path) const {
     return isKernelDeviceName(name) && QFileInfo::exists(sysBlockPath(name)) ? name : QString();
 }
 
-QString DeviceFacts::deviceOfMount(const MountEntry &entry) const {
-    // FUSE mounts carry an anonymous device number; their source names the real device.
-    const QString byNumber = deviceFromNumbers(entry.major, entry.minor);
-    return byNumber.isEmpty() ? deviceFromPath(entry.source) : byNumber;
-}
-
 QList<MountEntry> DeviceFacts::mounts() const {
     QList<MountEntry> entries =
         parseMountInfo(readSmallFile(m_roots.proc + u"/self/mountinfo"_s, 16 << 20));
+    // Never the source text: whoever makes a FUSE mount chooses it.
     for (MountEntry &entry : entries)
-        entry.device = deviceOfMount(entry);
+        entry.device = deviceFromNumbers(entry.major, entry.minor);
     return entries;
 }
 
@@ -209,13 +241,64 @@ bool DeviceFacts::isMountTarget(const QString &path) const {
     return false;
 }
 
-void DeviceFacts::fillOwner(MountEntry *mount) const {
-    struct stat info {};
-    const QByteArray target = QFile::encodeName(mount->target);
-    if (::fstatat(AT_FDCWD, target.constData(), &info, AT_NO_AUTOMOUNT) == 0) {
-        mount->ownerUid = info.st_uid;
-        mount->ownerGid = info.st_gid;
-    }
+std::optional<DeviceFacts::Ownership> DeviceFacts::mountedRoot(const MountEntry &mount) const {
+    // statx rather than fstatat: its mount id proves the folder is this mount's root and not
+    // something mounted over it or put in its place.
+    struct statx info {};
+    const QByteArray target = QFile::encodeName(mount.target);
+    if (mount.root != u"/"_s ||
+        ::statx(AT_FDCWD, target.constData(), AT_NO_AUTOMOUNT | AT_SYMLINK_NOFOLLOW,
+                STATX_TYPE | STATX_UID | STATX_GID | STATX_MNT_ID, &info) != 0 ||
+        !(info.stx_mask & STATX_MNT_ID) || info.stx_mnt_id != quint64(mount.mountId) ||
+        !(info.stx_attributes & STATX_ATTR_MOUNT_ROOT) || !S_ISDIR(info.stx_mode))
+        return std::nullopt;
+    return Ownership{info.stx_uid, info.stx_gid};
+}
+
+std::optional<uid_t> DeviceFacts::ownerOf(const MountEntry &mount,
+                                          const MountRecord &record) const {
+    if (const std::optional<uid_t> uid = record.mountedFor(mount))
+        return uid;
+    bool ok = false;
+    const uint uid = mount.superOption(u"uid"_s).toUInt(&ok);
+    if (ok)
+        return uid_t(uid);
+    if (const std::optional<Ownership> root = mountedRoot(mount))
+        return root->uid;
+    return std::nullopt;
+}
+
+std::optional<gid_t> DeviceFacts::groupOf(const MountEntry &mount) const {
+    bool ok = false;
+    const uint gid = mount.superOption(u"gid"_s).toUInt(&ok);
+    if (ok)
+        return gid_t(gid);
+    if (const std::optional<Ownership> root = mountedRoot(mount))
+        return root->gid;
+    return std::nullopt;
+}
+
+QStringList DeviceFacts::holders(const QString &device) const {
+    if (!isKernelDeviceName(device))
+        return {};
+    QStringList names = QDir(sysBlockPath(device) + u"/holders"_s)
+                            .entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+    names.removeIf([](const QString &name) { return !isKernelDeviceName(name); });
+    return names;
+}
+
+QStringList DeviceFacts::partitions(const QString &disk) const {
+    QStringList names =
+        QDir(sysBlockPath(disk)).entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::NoSymLinks);
+    names.removeIf([&](const QString &name) { return !isPartition(name); });
+    return names;
+}
+
+QStringList DeviceFacts::diskHolders(const QString &disk) const {
+    QStringList names = holders(disk);
+    for (const QString &partition : partitions(disk))
+        names += holders(partition);
+    return names;
 }
 
 QSet<QString> DeviceFacts::lowerDisks(const QString &disk, int depth) const {
@@ -235,8 +318,12 @@ QSet<QString> DeviceFacts::systemDisks() const {
                                            u"/home"_s};
     QSet<QString> devices;
     for (const MountEntry &entry : mounts()) {
-        if (systemTargets.contains(entry.target) && !entry.device.isEmpty())
-            devices.insert(entry.device);
+        if (!systemTargets.contains(entry.target))
+            continue;
+        // btrfs shows an anonymous number; only root can mount at these places.
+        const QString device = entry.device.isEmpty() ? deviceFromPath(entry.source) : entry.device;
+        if (!device.isEmpty())
+            devices.insert(device);
     }
     const QList<QByteArray> swaps = readSmallFile(m_roots.proc + u"/swaps"_s).split('\n');
     for (qsizetype i = 1; i < swaps.size(); ++i) {
@@ -261,7 +348,20 @@ QSet<QString> DeviceFacts::systemDisks() const {
 }
 
 bool DeviceFacts::isSystemDisk(const QString &disk) const {
-    return lowerDisks(disk).intersects(systemDisks());
+    const QSet<QString> below = lowerDisks(disk);
+    // swapon leaves the mount table alone, so the swap list is compared on each call.
+    const QByteArray swaps = readSmallFile(m_roots.proc + u"/swaps"_s);
+    const std::lock_guard lock(m_systemMutex);
+    if (!m_systemDisks || swaps != m_swapsSeen) {
+        m_systemDisks = systemDisks();
+        m_swapsSeen = swaps;
+    }
+    return below.intersects(*m_systemDisks);
+}
+
+void DeviceFacts::mountTableChanged() const {
+    const std::lock_guard lock(m_systemMutex);
+    m_systemDisks.reset();
 }
 
 bool DeviceFacts::fuseUsable() const {
@@ -285,25 +385,6 @@ bool DeviceFacts::requestRemoval(const QString &disk, QString *why) const {
         return false;
     }
     return true;
-}
-
-QStringList DeviceFacts::sessionEnvironment(pid_t pid, uid_t uid) const {
-    const QString folder = m_roots.proc + u'/' + QString::number(pid);
-    struct stat info {};
-    if (pid <= 0 || ::stat(QFile::encodeName(folder).constData(), &info) != 0 || info.st_uid != uid)
-        return {};
-    static const std::array<QByteArray, 5> kept{
-        "DISPLAY", "WAYLAND_DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR", "HOME"};
-    QStringList environment;
-    for (const QByteArray &entry : readSmallFile(folder + u"/environ"_s).split('\0')) {
-        const qsizetype equals = entry.indexOf('=');
-        if (equals <= 0)
-            continue;
-        const QByteArray key = entry.left(equals);
-        if (std::find(kept.begin(), kept.end(), key) != kept.end() && entry.size() < 4096)
-            environment.append(QString::fromUtf8(entry));
-    }
-    return environment;
 }
 
 } // namespace helper

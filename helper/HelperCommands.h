@@ -2,7 +2,10 @@
 
 #include "helper/Authorizer.h"
 #include "helper/Caller.h"
+#include "helper/CommandLog.h"
 #include "helper/DeviceFacts.h"
+#include "helper/MountPoint.h"
+#include "helper/MountRecord.h"
 #include "helper/ToolRunner.h"
 #include "helper/VolumeProbe.h"
 #include "helperclient/wire/WireCodec.h"
@@ -23,6 +26,9 @@ enum CommandCode : quint64 {
     kVersion = 7,
     kRename = 8,
 };
+
+// The command's name in the log and in its polkit action ("mount-rw", ...).
+QString commandName(quint64 code);
 
 // What to do with one request: either an answer right away, or work that must hold the lock of
 // one disk ("" when it needs none) while it runs.
@@ -58,40 +64,55 @@ public:
                    const Authorizer &authorizer, HelperSettings settings = {});
 
     Plan plan(const wire::Request &request, const Caller &caller) const override;
+    void mountTableChanged() const override;
     // Plans, authorizes and, when there is work, runs it on this thread.
     wire::Dictionary handle(const wire::Request &request, const Caller &caller) const;
 
     static wire::Dictionary result(const QString &text);
 
 private:
+    // Validation only; plan() adds the log lines.
+    Plan planUnlogged(const wire::Request &request, const Caller &caller) const;
+    Plan logged(Plan plan, const wire::Request &request, const Caller &caller) const;
+
     wire::Dictionary open(const QString &mountPath, const Caller &caller) const;
     wire::Dictionary mountReadWrite(const QString &device, const Caller &caller) const;
-    wire::Dictionary eject(const QString &disk, const Caller &caller) const;
+    wire::Dictionary eject(const QString &disk) const;
     wire::Dictionary repair(const QString &device, const Caller &caller) const;
     wire::Dictionary erase(const QString &device, const Caller &caller) const;
     wire::Dictionary rename(const QString &device, const QString &label,
                             const Caller &caller) const;
 
-    // The polkit action for `code` on `device`: its -system variant for an internal disk, its
-    // -others variant for a volume mounted for someone else.
+    // The polkit action for `code` on `device`: its -system variant for a disk that is not
+    // external for the caller, its -others variant when a mount it affects is not known to be the
+    // caller's.
     QString actionFor(quint64 code, const QString &device, const Caller &caller) const;
     // "" when the caller may run `code` on `device`, otherwise the refusal.
     QString authorize(quint64 code, const QString &device, const Caller &caller) const;
+    // Whom the volume at `mount` is mounted for; nullopt when that is not known.
+    std::optional<uid_t> ownerOf(const MountEntry &mount) const;
 
     // "" when the device holds NTFS, otherwise why the command does not apply.
     QString requireNtfs(const QString &device) const;
-    // The volume's single mount, if any, with its owner; "" or the refusal when it is mounted
-    // more than once or for another user.
-    QString singleMount(const QString &device, const Caller &caller,
-                        std::optional<MountEntry> *mount) const;
+    // The volume's single mount, if any; "" or the refusal when it is mounted more than once.
+    QString singleMount(const QString &device, std::optional<MountEntry> *mount) const;
+    // "" when /dev/`device` is still the block device `number` and nothing of it is mounted:
+    // checked right before a tool writes to it or mounts it.
+    QString stillUnmounted(const QString &device, dev_t number) const;
     QString unmount(const MountEntry &mount) const;
-    // Refuses an ordinary user's change to a volume mounted for someone else; "" when allowed.
-    static QString ownerProblem(const QString &device, const MountEntry &mount,
-                                const Caller &caller);
-    ToolResult mountForCaller(const QString &device, const QString &target,
+    // Unmounts `mount`, holding its mount point from before until `point` has the folder itself,
+    // which must be root's or `owner`'s. "" or the whole answer when it cannot.
+    QString unmountHolding(const QString &device, const MountEntry &mount, uid_t owner,
+                           MountPoint *point) const;
+    // Mounts the volume read/write for the caller onto the held folder.
+    ToolResult mountForCaller(const QString &device, const MountPoint &point,
                               const Caller &caller) const;
-    // Mounts the volume again the way `mount` describes; "" or why not.
-    QString restore(const QString &device, const MountEntry &mount) const;
+    // Mounts the volume onto the held folder again with `mount`'s options, for `owner`; "" or why
+    // not.
+    QString restore(const QString &device, dev_t number, const MountEntry &mount,
+                    const MountPoint &point, std::optional<uid_t> owner) const;
+    // Notes that the device's mounts are now `uid`'s.
+    void remember(const QString &device, uid_t uid) const;
     // Runs `tool` (which answers "" or why it failed) on the NTFS volume while it is unmounted,
     // then mounts it again as it was.
     wire::Dictionary whileUnmounted(const QString &device, const Caller &caller,
@@ -102,6 +123,8 @@ private:
     const VolumeProbe &m_probe;
     const Authorizer &m_authorizer;
     HelperSettings m_settings;
+    mutable CommandLog m_log;
+    mutable MountRecord m_record;
 };
 
 } // namespace helper

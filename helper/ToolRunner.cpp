@@ -8,15 +8,12 @@
 #include <QProcessEnvironment>
 
 #include <fcntl.h>
-#include <grp.h>
-#include <linux/close_range.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
-#include <string>
 
 using namespace Qt::StringLiterals;
 
@@ -25,49 +22,32 @@ namespace helper {
 namespace {
 
 constexpr qsizetype kMaxCapturedOutput = 64 * 1024;
+constexpr int kHandedFd = 3;
 
 QString capped(const QByteArray &bytes) {
     return QString::fromUtf8(bytes.left(kMaxCapturedOutput));
 }
 
-void writeAll(int fd, const void *data, size_t size) {
-    const char *p = static_cast<const char *>(data);
-    while (size > 0) {
-        const ssize_t n = ::write(fd, p, size);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return;
-        p += n;
-        size -= size_t(n);
-    }
+QString errorText(int error) {
+    return QString::fromLocal8Bit(std::strerror(error));
 }
 
-// Only async-signal-safe calls from here on: this runs between fork and exec.
-[[noreturn]] void becomeAndExec(const Identity &identity, const char *path, char *const argv[],
-                                char *const envp[], int errorFd) {
-    const int devNull = ::open("/dev/null", O_RDWR);
-    if (devNull >= 0) {
-        ::dup2(devNull, 0);
-        ::dup2(devNull, 1);
-        ::dup2(devNull, 2);
+// Splits mount(8)-style options into mount(2) flags and the file system's own data.
+unsigned long mountFlags(const QString &options, QStringList *data) {
+    static const QHash<QString, unsigned long> kFlags{
+        {u"ro"_s, MS_RDONLY},         {u"rw"_s, 0},
+        {u"nosuid"_s, MS_NOSUID},     {u"nodev"_s, MS_NODEV},
+        {u"noexec"_s, MS_NOEXEC},     {u"noatime"_s, MS_NOATIME},
+        {u"relatime"_s, MS_RELATIME}, {u"nodiratime"_s, MS_NODIRATIME},
+        {u"sync"_s, MS_SYNCHRONOUS}};
+    unsigned long flags = 0;
+    for (const QString &option : options.split(u',', Qt::SkipEmptyParts)) {
+        if (const auto flag = kFlags.constFind(option); flag != kFlags.cend())
+            flags |= *flag;
+        else
+            data->append(option);
     }
-    // Descriptors the helper holds (clients, the listening socket) must not reach the program.
-    ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
-    int error = 0;
-    if (::setgroups(identity.groups.size(), identity.groups.data()) != 0 ||
-        ::setgid(identity.gid) != 0 || ::setuid(identity.uid) != 0)
-        error = errno;
-    else if (identity.uid != 0 && ::setuid(0) == 0)
-        error = EPERM; // privileges could be regained: refuse to go on
-    if (error == 0) {
-        if (::chdir("/") != 0) {
-        }
-        ::execve(path, argv, envp);
-        error = errno;
-    }
-    writeAll(errorFd, &error, sizeof error);
-    ::_exit(127);
+    return flags;
 }
 
 } // namespace
@@ -84,7 +64,7 @@ QString ProcessToolRunner::locate(const QString &program) {
 }
 
 ToolResult ProcessToolRunner::run(const QString &program, const QStringList &arguments,
-                                  std::chrono::milliseconds limit) {
+                                  std::chrono::milliseconds limit, int handedFd) {
     ToolResult result;
     const QString path = locate(program);
     if (path.isEmpty()) {
@@ -98,6 +78,16 @@ ToolResult ProcessToolRunner::run(const QString &program, const QStringList &arg
     process.setProcessEnvironment(environment);
     process.setStandardInputFile(QProcess::nullDevice());
     process.setWorkingDirectory(u"/"_s);
+    if (handedFd >= 0) {
+        // Runs between fork and exec: only async-signal-safe calls. The helper opens every
+        // descriptor close-on-exec; dup2 clears that flag on the copy, fcntl when it is already 3.
+        process.setChildProcessModifier([handedFd] {
+            if (handedFd == kHandedFd)
+                ::fcntl(kHandedFd, F_SETFD, 0);
+            else
+                ::dup2(handedFd, kHandedFd);
+        });
+    }
     process.start(path, arguments);
     if (!process.waitForStarted()) {
         result.errorOutput = u"%1 could not be started: %2"_s.arg(program, process.errorString());
@@ -128,74 +118,29 @@ ToolResult ProcessToolRunner::unmount(const QString &target) {
     }
     const int error = errno;
     result.exitCode = 32; // umount's "unmount failed"
-    result.errorOutput =
-        u"umount: %1: %2"_s.arg(target, QString::fromLocal8Bit(std::strerror(error)));
+    result.errorOutput = u"umount: %1: %2"_s.arg(target, errorText(error));
     return result;
 }
 
-bool ProcessToolRunner::spawnAs(const QString &program, const QStringList &arguments,
-                                const Identity &identity, QString *why) {
-    const QString path = locate(program);
-    if (path.isEmpty()) {
-        *why = u"%1 is not installed"_s.arg(program);
-        return false;
+ToolResult ProcessToolRunner::mountOnto(int folderFd, const QString &device, const QString &fsType,
+                                        const QString &options) {
+    ToolResult result;
+    result.started = true;
+    QStringList data;
+    const unsigned long flags = mountFlags(options, &data);
+    const QByteArray target = "/proc/self/fd/" + QByteArray::number(folderFd);
+    const QByteArray source = QFile::encodeName(device);
+    const QByteArray type = fsType.toUtf8();
+    const QByteArray dataBytes = data.join(u',').toUtf8();
+    if (::mount(source.constData(), target.constData(), type.constData(), flags,
+                dataBytes.isEmpty() ? nullptr : dataBytes.constData()) == 0) {
+        result.exitCode = 0;
+        return result;
     }
-    // Everything the child needs is built before fork: after it only raw system calls run.
-    const std::string pathBytes = path.toStdString();
-    std::vector<std::string> argStore{pathBytes};
-    for (const QString &argument : arguments)
-        argStore.push_back(argument.toStdString());
-    std::vector<std::string> envStore;
-    for (const QString &entry : identity.environment)
-        envStore.push_back(entry.toStdString());
-    std::vector<char *> argv, envp;
-    for (auto &s : argStore)
-        argv.push_back(s.data());
-    argv.push_back(nullptr);
-    for (auto &s : envStore)
-        envp.push_back(s.data());
-    envp.push_back(nullptr);
-
-    int errorPipe[2];
-    if (::pipe2(errorPipe, O_CLOEXEC) != 0) {
-        *why = u"no pipe: %1"_s.arg(QString::fromLocal8Bit(std::strerror(errno)));
-        return false;
-    }
-    const pid_t middle = ::fork();
-    if (middle < 0) {
-        ::close(errorPipe[0]);
-        ::close(errorPipe[1]);
-        *why = u"fork failed"_s;
-        return false;
-    }
-    if (middle == 0) {
-        // The grandchild is reparented to init, so the helper never has to reap it.
-        ::close(errorPipe[0]);
-        ::setsid();
-        const pid_t child = ::fork();
-        if (child == 0)
-            becomeAndExec(identity, pathBytes.c_str(), argv.data(), envp.data(), errorPipe[1]);
-        ::_exit(child < 0 ? 1 : 0);
-    }
-    ::close(errorPipe[1]);
-    int status = 0;
-    while (::waitpid(middle, &status, 0) < 0 && errno == EINTR) {
-    }
-    int childError = 0;
-    ssize_t n;
-    while ((n = ::read(errorPipe[0], &childError, sizeof childError)) < 0 && errno == EINTR) {
-    }
-    ::close(errorPipe[0]);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        *why = u"could not start %1"_s.arg(program);
-        return false;
-    }
-    if (n == sizeof childError) {
-        *why = u"could not start %1: %2"_s.arg(program,
-                                               QString::fromLocal8Bit(std::strerror(childError)));
-        return false;
-    }
-    return true;
+    const int error = errno;
+    result.exitCode = 32; // mount's "mount failure"
+    result.errorOutput = u"mount: %1: %2"_s.arg(device, errorText(error));
+    return result;
 }
 
 } // namespace helper

@@ -1,15 +1,17 @@
 #include "helper/ToolRunner.h"
 
+#include "helper/DeviceFacts.h"
+#include "helper/UniqueFd.h"
 #include "tests/support/QtPrinters.h"
 #include "tests/support/SystemCommand.h"
 
+#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QTemporaryDir>
-#include <QThread>
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
@@ -33,23 +35,66 @@ TEST(ProcessToolRunner, RunsSystemToolsWithoutAShellCapturingErrorsWithinALimit)
     EXPECT_FALSE(slept.ok());
 }
 
-TEST(ProcessToolRunner, SpawnsAsTheGivenUser) {
-    if (!testsupport::isRoot())
-        GTEST_SKIP() << "changing to another user needs root";
+helper::UniqueFd holdFolder(const QString &path) {
+    return helper::UniqueFd(
+        ::open(QFile::encodeName(path).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+// The handed folder is the program's descriptor 3, wherever it was in the helper, and it is the
+// folder itself even after its path names something else.
+TEST(ProcessToolRunner, HandsOneFolderToTheProgramAsDescriptor3) {
     QTemporaryDir dir;
-    ::chmod(QFile::encodeName(dir.path()).constData(), 0777);
-    const QString marker = dir.filePath(u"marker"_s);
-    helper::ProcessToolRunner runner;
-    const helper::Identity nobody{65534, 65534, {65534}, {u"HOME=/nonexistent"_s}};
-    QString why;
-    ASSERT_TRUE(runner.spawnAs(u"touch"_s, {marker}, nobody, &why)) << why.toStdString();
-    // Detached: wait for its effect (a hang guard, not a measure).
-    for (int attempt = 0; attempt < 400 && !QFileInfo::exists(marker); ++attempt)
-        QThread::msleep(25);
+    ASSERT_TRUE(QDir(dir.path()).mkdir(u"held"_s));
+    const helper::UniqueFd held = holdFolder(dir.filePath(u"held"_s));
+    ASSERT_TRUE(held.valid());
     struct stat info {};
-    ASSERT_EQ(::stat(QFile::encodeName(marker).constData(), &info), 0);
-    EXPECT_EQ(info.st_uid, 65534u);
-    EXPECT_EQ(info.st_gid, 65534u);
+    ASSERT_EQ(::fstat(held.get(), &info), 0);
+    const QString identity = u"%1\n"_s.arg(info.st_ino);
+    ASSERT_TRUE(QDir(dir.path()).rename(u"held"_s, u"moved"_s));
+    ASSERT_TRUE(QDir(dir.path()).mkdir(u"held"_s));
+
+    // A copy at 3 itself, when the test process has 3 free, takes the other branch.
+    const helper::UniqueFd atThree(::fcntl(held.get(), F_DUPFD_CLOEXEC, 3));
+    const helper::UniqueFd high(::fcntl(held.get(), F_DUPFD_CLOEXEC, 40));
+    helper::ProcessToolRunner runner;
+    for (const int fd : {atThree.get(), high.get()}) {
+        SCOPED_TRACE(fd);
+        const auto seen =
+            runner.run(u"stat"_s, {u"-L"_s, u"-c"_s, u"%i"_s, u"/proc/self/fd/3"_s}, 30s, fd);
+        ASSERT_TRUE(seen.ok()) << seen.errorOutput.toStdString();
+        EXPECT_EQ(seen.output, identity);
+    }
+    const auto without =
+        runner.run(u"stat"_s, {u"-L"_s, u"-c"_s, u"%i"_s, u"/proc/self/fd/3"_s}, 30s);
+    EXPECT_NE(without.output, identity);
+}
+
+// mount(2) through the descriptor puts the file system on the held folder, not on whatever its
+// old path names now, with the flags asked for.
+TEST(ProcessToolRunner, MountsOntoTheHeldFolder) {
+    if (!testsupport::isRoot())
+        GTEST_SKIP() << "mounting needs root";
+    QTemporaryDir dir;
+    ASSERT_TRUE(QDir(dir.path()).mkdir(u"held"_s));
+    const helper::UniqueFd held = holdFolder(dir.filePath(u"held"_s));
+    ASSERT_TRUE(QDir(dir.path()).rename(u"held"_s, u"moved"_s));
+    ASSERT_TRUE(QDir(dir.path()).mkdir(u"held"_s));
+    helper::ProcessToolRunner runner;
+    const auto mounted =
+        runner.mountOnto(held.get(), u"vantrelo-test"_s, u"tmpfs"_s, u"ro,nosuid,nodev,size=1m"_s);
+    ASSERT_TRUE(mounted.ok()) << mounted.errorOutput.toStdString();
+    const QString moved = dir.filePath(u"moved"_s);
+    QString options;
+    for (const helper::MountEntry &mount : helper::DeviceFacts().mounts()) {
+        if (mount.target == moved)
+            options = mount.options;
+        EXPECT_NE(mount.target, dir.filePath(u"held"_s));
+    }
+    EXPECT_TRUE(runner.unmount(moved).ok());
+    const QStringList flags = options.split(u',');
+    for (const QString &flag : {u"ro"_s, u"nosuid"_s, u"nodev"_s})
+        EXPECT_TRUE(flags.contains(flag)) << options.toStdString();
+    EXPECT_FALSE(runner.mountOnto(held.get(), u"vantrelo-test"_s, u"no-such-fs"_s, {}).ok());
 }
 
 } // namespace

@@ -9,12 +9,18 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// Folders `open` showed; "busy" cannot be shown.
+QStringList opened;
+
 std::tuple<int, QString, QString>
 run(const char *commandLine, std::optional<std::chrono::milliseconds> bound = std::nullopt) {
     QString outText, errText;
     QTextStream out(&outText), err(&errText);
-    const int exitCode =
-        runHelperCommand(QString::fromUtf8(commandLine).split(u' '), out, err, bound);
+    const int exitCode = runHelperCommand(
+        QString::fromUtf8(commandLine).split(u' '), out, err, bound, [](const QString &path) {
+            opened << path;
+            return path.endsWith(u"busy"_s) ? u"no session"_s : QString();
+        });
     out.flush();
     err.flush();
     return {exitCode, outText, errText};
@@ -37,7 +43,12 @@ TEST(CtlHelperCommands, EachCommandSendsItsRequestPrintsTheReplyAndExitsByTheRes
         {"rename /dev/null N", 8, {{u"bsdName"_s, null}, {u"newName"_s, u"N"_s}}, 0, "result: \n"},
         {"mount-rw /dev/null", 1, {{u"bsdName"_s, null}, {u"name"_s, null}}, 0, "result: \n"},
         {"eject /dev/null", 2, {{u"bsdName"_s, null}, {u"name"_s, null}}, 1, "other: x\n"},
-        {"open /media/x", 0, {{u"mountPath"_s, u"/media/x"_s}}, 0, "result: \n"},
+        {"open /media/x",
+         0,
+         {{u"mountPath"_s, u"/media/x"_s}},
+         0,
+         "result: \nopened /media/x in a file browser\n"},
+        {"open /media/busy", 0, {{u"mountPath"_s, u"/media/busy"_s}}, 1, "result: \n"},
     };
     qsizetype sent = 0;
     for (const auto &[commandLine, code, parameter, exitCode, out] : cases) {
@@ -51,6 +62,7 @@ TEST(CtlHelperCommands, EachCommandSendsItsRequestPrintsTheReplyAndExitsByTheRes
         EXPECT_EQ(requests.last().code, code);
         EXPECT_EQ(requests.last().parameter, parameter);
     }
+    EXPECT_EQ(opened, QStringList({u"/media/x"_s, u"/media/busy"_s}));
     // Rejected before any socket is tried.
     for (const char *usage :
          {"repair", "erase sdb1 extra", "repair no-such-device-xyz", "helper-version x"}) {

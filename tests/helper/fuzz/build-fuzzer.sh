@@ -9,7 +9,8 @@ out="${1:-$root/build/fuzz}"
 mkdir -p "$out"
 sources=(
   "$root/helperclient/wire/WireCodec.cpp"
-  "$root"/helper/Caller.cpp "$root"/helper/DeviceFacts.cpp "$root"/helper/DiskScheduler.cpp
+  "$root"/helper/Caller.cpp "$root"/helper/CommandLog.cpp "$root"/helper/DeviceFacts.cpp
+  "$root"/helper/DiskScheduler.cpp "$root"/helper/MountPoint.cpp "$root"/helper/MountRecord.cpp
   "$root"/helper/HelperCommands.cpp "$root"/helper/HelperLogging.cpp
   "$root"/helper/HelperServer.cpp "$root"/helper/RequestValidation.cpp
   "$root"/helper/ToolRunner.cpp "$root"/helper/VolumeProbe.cpp
