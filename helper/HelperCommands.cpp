@@ -164,6 +164,7 @@ HelperCommands::HelperCommands(ToolRunner &runner, const DeviceFacts &facts,
 
 void HelperCommands::mountTableChanged() const {
     m_facts.mountTableChanged();
+    m_record.keepOnly(m_facts.mounts());
 }
 
 wire::Dictionary HelperCommands::result(const QString &text) {

@@ -53,7 +53,8 @@ public:
         // A connection with nothing running, queued or unsent is closed after this long.
         std::chrono::milliseconds idleLimit{std::chrono::seconds(60)};
         int authorizationThreads = 8;
-        int maxAuthorizingPerUser = 2;
+        // Ejecting every disk asks for several at once.
+        int maxAuthorizingPerUser = 8;
     };
 
     HelperServer(int listenFd, const RequestHandler &handler, DiskScheduler &scheduler);
