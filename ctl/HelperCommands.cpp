@@ -4,6 +4,7 @@
 #include "helperclient/wire/WireClient.h"
 #include "util/InstallPaths.h"
 
+#include <QCborValue>
 #include <QDir>
 #include <QFileInfo>
 #include <QProcess>
@@ -87,7 +88,7 @@ QString volumeNameOf(const QString &bsdName) {
 struct Outcome {
     enum class Kind { Replied, Unreachable, TimedOut };
     Kind kind = Kind::Unreachable;
-    wire::Dictionary reply;
+    wire::ReplyDictionary reply;
     QString error;
 };
 
@@ -107,11 +108,26 @@ Outcome sendAndWait(quint64 code, const wire::Dictionary &parameter,
             client->lastError()};
 }
 
-void printReply(const wire::Dictionary &reply, QTextStream &out) {
+// Text as it stands, any other value in CBOR diagnostic notation (5, true, {"a": 1}).
+QString shown(const QVariant &value) {
+    if (value.typeId() == QMetaType::QString)
+        return value.toString();
+    return QCborValue::fromVariant(value).toDiagnosticNotation();
+}
+
+void printReply(const wire::ReplyDictionary &reply, QTextStream &out) {
     if (reply.isEmpty())
         out << "(empty reply)\n";
     for (auto it = reply.cbegin(); it != reply.cend(); ++it)
-        out << it.key() << ": " << it.value() << '\n';
+        out << it.key() << ": " << shown(it.value()) << '\n';
+}
+
+// Why a reply without a text "result" failed.
+QString missingResult(const wire::ReplyDictionary &reply) {
+    const auto it = reply.constFind(u"result"_s);
+    if (it == reply.cend())
+        return u"the reply has no result"_s;
+    return u"the helper gave an unexpected answer (result: %1)"_s.arg(shown(*it));
 }
 
 } // namespace
@@ -196,7 +212,11 @@ int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream
     }
     const std::optional<QString> result = helpercommand::resultOf(outcome.reply);
     if (version) {
-        if (!result || result->isEmpty()) {
+        if (!result) {
+            err << "helper-version failed: " << missingResult(outcome.reply) << Qt::endl;
+            return Failed;
+        }
+        if (result->isEmpty()) {
             err << "the helper reported no version" << Qt::endl;
             return Failed;
         }
@@ -206,7 +226,7 @@ int runHelperCommand(const QStringList &arguments, QTextStream &out, QTextStream
     printReply(outcome.reply, out);
     out.flush();
     if (!result) {
-        err << arguments[0] << " failed: the reply has no result" << Qt::endl;
+        err << arguments[0] << " failed: " << missingResult(outcome.reply) << Qt::endl;
         return Failed;
     }
     if (!result->isEmpty()) {

@@ -44,6 +44,14 @@ bool fillAddress(const QString &path, sockaddr_un *address) {
     return true;
 }
 
+QByteArray replyFrame(quint64 requestId, const wire::Dictionary &reply) {
+    const QByteArray frame = wire::encodeReply(requestId, reply);
+    if (!frame.isEmpty())
+        return frame;
+    return wire::encodeReply(requestId,
+                             HelperCommands::result(u"The answer was too long to send."_s));
+}
+
 } // namespace
 
 bool readRequests(wire::FrameReader &reader, QByteArrayView bytes, QList<wire::Request> *requests,
@@ -365,7 +373,7 @@ void HelperServer::closeIdle() {
 void HelperServer::dispatch(Connection &connection, const wire::Request &request) {
     Plan plan = m_handler.plan(request, lookedUp(connection));
     if (plan.immediate) {
-        queueReply(connection, {request.id, *plan.immediate});
+        queueReply(connection, request.id, *plan.immediate);
         return;
     }
     if (connection.inFlight >= m_limits.maxInFlightPerConnection) {
@@ -388,11 +396,10 @@ void HelperServer::dispatch(Connection &connection, const wire::Request &request
 // disk is locked only once the answer is yes.
 void HelperServer::authorizeThenSubmit(Job job, std::function<QString()> authorize) {
     if (!takeAuthorizationSlot(job.owner)) {
-        postReply(job.connectionId,
-                  {job.requestId,
-                   HelperCommands::result(
-                       u"You already have %1 commands waiting for authorization. Answer or "
-                       u"cancel those first."_s.arg(m_limits.maxAuthorizingPerUser))});
+        postReply(job.connectionId, job.requestId,
+                  HelperCommands::result(
+                      u"You already have %1 commands waiting for authorization. Answer or "
+                      u"cancel those first."_s.arg(m_limits.maxAuthorizingPerUser)));
         return;
     }
     m_authorizers.start([this, job = std::move(job), authorize = std::move(authorize)]() mutable {
@@ -401,7 +408,7 @@ void HelperServer::authorizeThenSubmit(Job job, std::function<QString()> authori
         if (refusal.isEmpty())
             submit(std::move(job));
         else
-            postReply(job.connectionId, {job.requestId, HelperCommands::result(refusal)});
+            postReply(job.connectionId, job.requestId, HelperCommands::result(refusal));
     });
 }
 
@@ -426,17 +433,15 @@ void HelperServer::submit(Job job) {
     const quint64 requestId = job.requestId;
     const QString refusal = m_scheduler.submit(
         job.disk, job.owner, [this, connectionId, requestId, work = std::move(job.work)] {
-            postReply(connectionId, {requestId, work()});
+            postReply(connectionId, requestId, work());
         });
     if (!refusal.isEmpty())
-        postReply(connectionId, {requestId, HelperCommands::result(refusal)});
+        postReply(connectionId, requestId, HelperCommands::result(refusal));
 }
 
-void HelperServer::queueReply(Connection &connection, const wire::Reply &reply) {
-    QByteArray frame = wire::encodeReply(reply);
-    if (frame.isEmpty())
-        frame = wire::encodeReply(
-            {reply.id, HelperCommands::result(u"The answer was too long to send."_s)});
+void HelperServer::queueReply(Connection &connection, quint64 requestId,
+                              const wire::Dictionary &reply) {
+    const QByteArray frame = replyFrame(requestId, reply);
     if (connection.output.size() + frame.size() > m_limits.maxQueuedOutput) {
         qCWarning(lcHelper) << "closing a connection that does not read its replies";
         connection.broken = true;
@@ -462,11 +467,9 @@ void HelperServer::writeTo(Connection &connection) {
     }
 }
 
-void HelperServer::postReply(quint64 connectionId, const wire::Reply &reply) {
-    QByteArray frame = wire::encodeReply(reply);
-    if (frame.isEmpty())
-        frame = wire::encodeReply(
-            {reply.id, HelperCommands::result(u"The answer was too long to send."_s)});
+void HelperServer::postReply(quint64 connectionId, quint64 requestId,
+                             const wire::Dictionary &reply) {
+    QByteArray frame = replyFrame(requestId, reply);
     {
         std::lock_guard lock(m_replyMutex);
         m_replies.emplace_back(connectionId, std::move(frame));

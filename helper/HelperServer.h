@@ -91,9 +91,9 @@ private:
     bool takeAuthorizationSlot(uid_t uid);
     void releaseAuthorizationSlot(uid_t uid);
     void submit(Job job);
-    void postReply(quint64 connectionId, const wire::Reply &reply);
+    void postReply(quint64 connectionId, quint64 requestId, const wire::Dictionary &reply);
     void collectReplies();
-    void queueReply(Connection &connection, const wire::Reply &reply);
+    void queueReply(Connection &connection, quint64 requestId, const wire::Dictionary &reply);
 
     int m_listenFd;
     const RequestHandler &m_handler;

@@ -30,7 +30,7 @@ void BM_RoundTripVersion(benchmark::State &state) {
     Rig rig;
     std::binary_semaphore answered(0);
     const auto send = [&] {
-        rig.helper->sendCommand(7, {}, [&](const wire::Dictionary &) { answered.release(); });
+        rig.helper->sendCommand(7, {}, [&](const wire::ReplyDictionary &) { answered.release(); });
         answered.acquire();
     };
     send(); // connect outside the measurement
@@ -57,7 +57,7 @@ void BM_VersionEightInFlight(benchmark::State &state) {
     std::counting_semaphore<kInFlight> slots(kInFlight);
     for (auto _ : state) {
         slots.acquire();
-        rig.helper->sendCommand(7, {}, [&](const wire::Dictionary &) { slots.release(); });
+        rig.helper->sendCommand(7, {}, [&](const wire::ReplyDictionary &) { slots.release(); });
     }
     for (int i = 0; i < kInFlight; ++i)
         slots.acquire();

@@ -32,11 +32,11 @@ wire::Dictionary renameParameter(const QString &newName, const QString &bsdName)
     return {{u"newName"_s, newName}, {u"bsdName"_s, bsdName}};
 }
 
-std::optional<QString> resultOf(const wire::Dictionary &reply) {
+std::optional<QString> resultOf(const wire::ReplyDictionary &reply) {
     const auto it = reply.constFind(u"result"_s);
-    if (it == reply.cend())
+    if (it == reply.cend() || it->typeId() != QMetaType::QString)
         return std::nullopt;
-    return *it;
+    return it->toString();
 }
 
 namespace {
@@ -92,7 +92,7 @@ bool isHelperVersionCurrent(const QString &version) {
     return compareNumeric(version, u"1.0.0"_s) > 0;
 }
 
-bool isHelperVersionCurrent(const wire::Dictionary &reply) {
+bool isHelperVersionCurrent(const wire::ReplyDictionary &reply) {
     const auto version = resultOf(reply);
     return version && isHelperVersionCurrent(*version);
 }

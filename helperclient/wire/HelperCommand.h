@@ -23,8 +23,9 @@ wire::Dictionary eraseParameter(const QString &bsdName);
 wire::Dictionary helperVersionParameter(); // empty, but still sent
 wire::Dictionary renameParameter(const QString &newName, const QString &bsdName);
 
-// The reply's "result", or nothing when the key is missing.
-std::optional<QString> resultOf(const wire::Dictionary &reply);
+// The reply's "result" when it is text; nothing when it is missing or of any other type, which
+// callers take as a failure.
+std::optional<QString> resultOf(const wire::ReplyDictionary &reply);
 
 // Orders strings with runs of digits compared as numbers: "1.10" > "1.9" > "1.0.1" > "1.0.0" >
 // "1.0". Negative, zero or positive like a three-way compare.
@@ -32,7 +33,7 @@ int compareNumeric(const QString &left, const QString &right);
 
 // Whether a helper reporting this version can rename: strictly after "1.0.0".
 bool isHelperVersionCurrent(const QString &version);
-// Same, from a code 7 reply; a missing "result" is too old.
-bool isHelperVersionCurrent(const wire::Dictionary &reply);
+// Same, from a code 7 reply; a missing or non-text "result" is too old.
+bool isHelperVersionCurrent(const wire::ReplyDictionary &reply);
 
 } // namespace helpercommand

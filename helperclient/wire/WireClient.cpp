@@ -1,5 +1,7 @@
 #include "helperclient/wire/WireClient.h"
 
+#include "helperclient/wire/HelperCommand.h"
+
 #include <QFile>
 
 #include <poll.h>
@@ -123,7 +125,7 @@ QString WireClient::result(quint64 code, const wire::Dictionary &parameter, int 
     const auto reply = call(code, parameter, guardMs);
     if (!reply)
         return u"<no reply>"_s;
-    return reply->reply.value(u"result"_s, u"<no result>"_s);
+    return helpercommand::resultOf(reply->reply).value_or(u"<no result>"_s);
 }
 
 bool WireClient::closedByServer(int guardMs) {

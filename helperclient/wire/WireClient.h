@@ -26,7 +26,7 @@ public:
     // Sends and waits for the reply with the same id.
     std::optional<wire::Reply> call(quint64 code, const wire::Dictionary &parameter = {},
                                     int guardMs = 300000);
-    // The result text of call(), or "<no reply>".
+    // The result text of call(), "<no reply>", or "<no result>" when it is missing or not text.
     QString result(quint64 code, const wire::Dictionary &parameter = {}, int guardMs = 300000);
     // True when the server closes the connection (reads until end of stream).
     bool closedByServer(int guardMs = 30000);

@@ -2,6 +2,7 @@
 
 #include <QCborStreamReader>
 #include <QCborStreamWriter>
+#include <QCborValue>
 #include <QtEndian>
 
 using namespace Qt::StringLiterals;
@@ -9,11 +10,19 @@ using namespace Qt::StringLiterals;
 namespace wire {
 namespace {
 
-void writeDictionary(QCborStreamWriter &writer, const Dictionary &dictionary) {
-    writer.startMap(quint64(dictionary.size()));
-    for (auto it = dictionary.cbegin(); it != dictionary.cend(); ++it) {
+void writeValue(QCborStreamWriter &writer, const QString &value) {
+    writer.append(value);
+}
+
+void writeValue(QCborStreamWriter &writer, const QVariant &value) {
+    QCborValue::fromVariant(value).toCbor(writer);
+}
+
+template <typename Map> void writeMap(QCborStreamWriter &writer, const Map &map) {
+    writer.startMap(quint64(map.size()));
+    for (auto it = map.cbegin(); it != map.cend(); ++it) {
         writer.append(it.key());
-        writer.append(it.value());
+        writeValue(writer, it.value());
     }
     writer.endMap();
 }
@@ -28,7 +37,8 @@ QByteArray frame(QByteArray body) {
     return out;
 }
 
-// A strict reader: definite lengths only, text keys and values, no tags, nothing after the map.
+// A strict reader: definite lengths only, text keys, no tags, nothing after the map. Values are
+// text too, except in a reply map, where any well-formed value is taken as it is.
 class StrictReader {
 public:
     explicit StrictReader(QByteArrayView body)
@@ -67,7 +77,17 @@ public:
         return m_reader.next();
     }
 
-    bool readDictionary(Dictionary *dictionary) {
+    bool readValue(QString *text) { return readText(text); }
+
+    bool readValue(QVariant *value) {
+        const QCborValue read = QCborValue::fromCbor(m_reader);
+        if (m_reader.lastError() != QCborError::NoError)
+            return false;
+        *value = read.toVariant();
+        return true;
+    }
+
+    template <typename Map> bool readMap(Map *map) {
         quint64 count = 0;
         if (!startMap(&count))
             return false;
@@ -76,12 +96,12 @@ public:
             return false;
         for (quint64 i = 0; i < count; ++i) {
             QString key;
-            QString value;
-            if (!readText(&key) || !readText(&value))
+            typename Map::mapped_type value;
+            if (!readText(&key) || !readValue(&value))
                 return false;
-            if (dictionary->contains(key))
+            if (map->contains(key))
                 return false;
-            dictionary->insert(key, value);
+            map->insert(key, value);
         }
         return leaveMap();
     }
@@ -117,6 +137,18 @@ bool readTopLevel(QByteArrayView body, quint64 expectedKeys, Field field) {
     return reader.leaveMap() && reader.atCleanEnd();
 }
 
+template <typename Map> QByteArray encodeReplyMap(quint64 id, const Map &reply) {
+    QByteArray body;
+    QCborStreamWriter writer(&body);
+    writer.startMap(2);
+    writer.append("id"_L1);
+    writer.append(id);
+    writer.append("reply"_L1);
+    writeMap(writer, reply);
+    writer.endMap();
+    return frame(std::move(body));
+}
+
 } // namespace
 
 QByteArray encodeRequest(const Request &request) {
@@ -128,21 +160,17 @@ QByteArray encodeRequest(const Request &request) {
     writer.append("code"_L1);
     writer.append(request.code);
     writer.append("parameter"_L1);
-    writeDictionary(writer, request.parameter);
+    writeMap(writer, request.parameter);
     writer.endMap();
     return frame(std::move(body));
 }
 
 QByteArray encodeReply(const Reply &reply) {
-    QByteArray body;
-    QCborStreamWriter writer(&body);
-    writer.startMap(2);
-    writer.append("id"_L1);
-    writer.append(reply.id);
-    writer.append("reply"_L1);
-    writeDictionary(writer, reply.reply);
-    writer.endMap();
-    return frame(std::move(body));
+    return encodeReplyMap(reply.id, reply.reply);
+}
+
+QByteArray encodeReply(quint64 id, const Dictionary &reply) {
+    return encodeReplyMap(id, reply);
 }
 
 std::optional<Request> decodeRequest(QByteArrayView body) {
@@ -153,7 +181,7 @@ std::optional<Request> decodeRequest(QByteArrayView body) {
         if (key == "code"_L1)
             return reader.readUnsigned(&request.code);
         if (key == "parameter"_L1)
-            return reader.readDictionary(&request.parameter);
+            return reader.readMap(&request.parameter);
         return false;
     });
     if (!ok)
@@ -167,7 +195,7 @@ std::optional<Reply> decodeReply(QByteArrayView body) {
         if (key == "id"_L1)
             return reader.readUnsigned(&reply.id);
         if (key == "reply"_L1)
-            return reader.readDictionary(&reply.reply);
+            return reader.readMap(&reply.reply);
         return false;
     });
     if (!ok)

@@ -4,16 +4,19 @@
 #include <QByteArrayView>
 #include <QMap>
 #include <QString>
+#include <QVariantMap>
 
 #include <optional>
 
 // Messages between the application and vantrelo-helper: a 4-byte big-endian length, then one
-// CBOR map. Both sides treat anything but exactly this shape as a broken connection.
+// CBOR map. Both sides treat anything but exactly this shape as a broken connection. A reply's
+// values may be of any CBOR type, as the application must still hand an odd answer to its caller.
 namespace wire {
 
 inline constexpr qsizetype kMaxMessageSize = 64 * 1024; // body bytes, without the 4-byte prefix
 inline constexpr qsizetype kPrefixSize = 4;
-using Dictionary = QMap<QString, QString>;
+using Dictionary = QMap<QString, QString>; // request parameters, and the helper's own answers
+using ReplyDictionary = QVariantMap;       // a reply as received: text keys, values of any type
 
 struct Request {
     quint64 id = 0;
@@ -24,7 +27,7 @@ struct Request {
 
 struct Reply {
     quint64 id = 0;
-    Dictionary reply;
+    ReplyDictionary reply;
     friend bool operator==(const Reply &, const Reply &) = default;
 };
 
@@ -32,8 +35,10 @@ struct Reply {
 // exceed kMaxMessageSize.
 QByteArray encodeRequest(const Request &request);
 QByteArray encodeReply(const Reply &reply);
+QByteArray encodeReply(quint64 id, const Dictionary &reply);
 
-// Bodies (without the prefix). std::nullopt for anything but exactly the documented shape.
+// Bodies (without the prefix). std::nullopt for anything but exactly the documented shape; in a
+// reply map a key that is not text counts as a broken shape, a value of any type does not.
 std::optional<Request> decodeRequest(QByteArrayView body);
 std::optional<Reply> decodeReply(QByteArrayView body);
 

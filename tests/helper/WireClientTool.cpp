@@ -27,6 +27,7 @@ int main(int argc, char *argv[]) {
         std::fprintf(stderr, "no reply: %s\n", qPrintable(client ? client->lastError() : why));
         return 2;
     }
-    std::printf("result: %s\n", qPrintable(reply->reply.value(u"result"_s, u"<none>"_s)));
+    std::printf("result: %s\n",
+                qPrintable(reply->reply.value(u"result"_s, u"<none>"_s).toString()));
     return 0;
 }

@@ -29,34 +29,64 @@ run(const char *commandLine, std::optional<std::chrono::milliseconds> bound = st
 // /dev/null stands in for a device node: the tool only resolves its name.
 TEST(CtlHelperCommands, EachCommandSendsItsRequestPrintsTheReplyAndExitsByTheResult) {
     StandInHelper server([](const wire::Request &request) {
-        return request.code == 4   ? StandInHelper::reply(request, {{u"result"_s, u"in use"_s}})
-               : request.code == 2 ? StandInHelper::reply(request, {{u"other"_s, u"x"_s}})
-                                   : StandInHelper::defaultResponse(request);
+        switch (request.code) {
+        case 4:
+            return StandInHelper::reply(request, {{u"result"_s, u"in use"_s}});
+        case 2:
+            return StandInHelper::reply(request, {{u"other"_s, u"x"_s}});
+        case 1:
+            return StandInHelper::reply(request, {{u"result"_s, 5}, {u"extra"_s, true}});
+        default:
+            return StandInHelper::defaultResponse(request);
+        }
     });
     ASSERT_TRUE(server.listen());
     InstallPaths::setOverride(InstallPaths::Component::HelperSocket, server.socketPath());
     const QString null = u"null"_s;
-    const std::tuple<const char *, quint64, wire::Dictionary, int, const char *> cases[] = {
+    struct Case {
+        const char *commandLine;
+        quint64 code;
+        wire::Dictionary parameter;
+        int exitCode;
+        const char *out;
+        const char *err = "";
+    };
+    const Case cases[] = {
         {"helper-version", 7, {}, 0, "1.0.1\n"},
         {"repair /dev/null", 3, {{u"bsdName"_s, null}}, 0, "result: \n"},
-        {"erase null", 4, {{u"bsdName"_s, null}}, 1, "result: in use\n"},
+        {"erase null", 4, {{u"bsdName"_s, null}}, 1, "result: in use\n", "erase failed: in use\n"},
         {"rename /dev/null N", 8, {{u"bsdName"_s, null}, {u"newName"_s, u"N"_s}}, 0, "result: \n"},
-        {"mount-rw /dev/null", 1, {{u"bsdName"_s, null}, {u"name"_s, null}}, 0, "result: \n"},
-        {"eject /dev/null", 2, {{u"bsdName"_s, null}, {u"name"_s, null}}, 1, "other: x\n"},
+        {"mount-rw /dev/null",
+         1,
+         {{u"bsdName"_s, null}, {u"name"_s, null}},
+         1,
+         "extra: true\nresult: 5\n",
+         "mount-rw failed: the helper gave an unexpected answer (result: 5)\n"},
+        {"eject /dev/null",
+         2,
+         {{u"bsdName"_s, null}, {u"name"_s, null}},
+         1,
+         "other: x\n",
+         "eject failed: the reply has no result\n"},
         {"open /media/x",
          0,
          {{u"mountPath"_s, u"/media/x"_s}},
          0,
          "result: \nopened /media/x in a file browser\n"},
-        {"open /media/busy", 0, {{u"mountPath"_s, u"/media/busy"_s}}, 1, "result: \n"},
+        {"open /media/busy",
+         0,
+         {{u"mountPath"_s, u"/media/busy"_s}},
+         1,
+         "result: \n",
+         "open: /media/busy can be opened, but was not: no session\n"},
     };
     qsizetype sent = 0;
-    for (const auto &[commandLine, code, parameter, exitCode, out] : cases) {
+    for (const auto &[commandLine, code, parameter, exitCode, out, err] : cases) {
         SCOPED_TRACE(commandLine);
         const auto [actualExit, actualOut, actualErr] = run(commandLine);
-        EXPECT_EQ(actualExit, exitCode) << actualErr.toStdString();
+        EXPECT_EQ(actualExit, exitCode);
         EXPECT_EQ(actualOut, QString::fromUtf8(out));
-        EXPECT_EQ(actualExit == 0, actualErr.isEmpty()); // a failure says why
+        EXPECT_EQ(actualErr, QString::fromUtf8(err));
         const QList<wire::Request> requests = server.record().requests;
         ASSERT_EQ(requests.size(), ++sent);
         EXPECT_EQ(requests.last().code, code);

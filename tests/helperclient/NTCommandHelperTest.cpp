@@ -33,7 +33,7 @@ struct Probe {
     std::atomic<int> replies = 0, errors = 0;
     void send(NTCommandHelper &helper, quint64 code, const wire::Dictionary &parameter = {}) {
         helper.sendCommand(
-            code, parameter, [this](const wire::Dictionary &) { ++replies; },
+            code, parameter, [this](const wire::ReplyDictionary &) { ++replies; },
             [this](const QString &) { ++errors; });
     }
 };
@@ -41,9 +41,11 @@ struct Probe {
 // Sends code 7 and waits for its reply: the version, if the reply ran on the channel thread.
 QString roundTrip(NTCommandHelper &helper) {
     auto reply = std::make_shared<std::promise<QString>>();
-    helper.sendCommand(7, {}, [reply, channel = helper.channelThread()](const wire::Dictionary &r) {
-        reply->set_value(QThread::currentThread() == channel ? r.value(u"result"_s) : u"off"_s);
-    });
+    helper.sendCommand(
+        7, {}, [reply, channel = helper.channelThread()](const wire::ReplyDictionary &r) {
+            reply->set_value(QThread::currentThread() == channel ? r.value(u"result"_s).toString()
+                                                                 : u"off"_s);
+        });
     std::future<QString> version = reply->get_future();
     const auto ready = [&] { return version.wait_for(0s) == std::future_status::ready; };
     return QTest::qWaitFor(ready, kBound) ? version.get() : u"no reply"_s;
@@ -98,9 +100,8 @@ TEST_F(CommandChannel, TransportErrorsDropPendingCommandsAndTheNextOneReconnects
     const std::pair<const char *, Response> faults[] = {
         {"closed", {Response::Kind::Close, {}}},
         {"oversize", {Response::Kind::Write, QByteArray::fromHex("00010001")}},
-        {"number result",
-         {Response::Kind::Write,
-          QByteArray::fromHex("00000014a262696402657265706c79a166726573756c7401")}},
+        {"number key",
+         {Response::Kind::Write, QByteArray::fromHex("0000000ea262696402657265706c79a10160")}},
     };
     for (const auto &[name, fault] : faults) {
         SCOPED_TRACE(name);
@@ -123,6 +124,45 @@ TEST_F(CommandChannel, TransportErrorsDropPendingCommandsAndTheNextOneReconnects
     }
 }
 
+// An answer of unexpected types still reaches its handler over the same connection; a "result"
+// that is not text is a failure to the mount, version and rename callers.
+TEST_F(CommandChannel, RepliesOfAnyValueTypeReachTheirHandler) {
+    m_server.setHandler([](const wire::Request &request) {
+        if (request.code == helpercommand::kEject)
+            return StandInHelper::reply(request, {{u"result"_s, u""_s}, {u"extra"_s, true}});
+        return StandInHelper::reply(request, {{u"result"_s, 5}});
+    });
+    NTCommandHelper helper;
+    QMutex mutex;
+    QMap<quint64, wire::ReplyDictionary> replies;
+    std::atomic<int> errors = 0;
+    using namespace helpercommand;
+    for (const quint64 code : {kMountReadWrite, kHelperVersion, kRename, kEject}) {
+        helper.sendCommand(
+            code, {},
+            [&, code](const wire::ReplyDictionary &reply) {
+                QMutexLocker lock(&mutex);
+                replies.insert(code, reply);
+            },
+            [&](const QString &) { ++errors; });
+    }
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            QMutexLocker lock(&mutex);
+            return replies.size() == 4;
+        },
+        kBound));
+    for (const quint64 code : {kMountReadWrite, kHelperVersion, kRename}) {
+        EXPECT_EQ(replies[code].value(u"result"_s), QVariant(5)) << code;
+        EXPECT_EQ(resultOf(replies[code]), std::nullopt) << code;
+    }
+    EXPECT_FALSE(isHelperVersionCurrent(replies[kHelperVersion]));
+    EXPECT_EQ(resultOf(replies[kEject]), u""_s);
+    EXPECT_EQ(replies[kEject].value(u"extra"_s), QVariant(true));
+    EXPECT_EQ(errors, 0);
+    EXPECT_EQ(m_server.record().connections, 1);
+}
+
 // Unanswered commands block nothing; answered newest first, after setup() replaced their
 // connection, each still gets its own reply.
 TEST_F(CommandChannel, LateRepliesOutOfOrderReachTheirOwnCommand) {
@@ -137,7 +177,7 @@ TEST_F(CommandChannel, LateRepliesOutOfOrderReachTheirOwnCommand) {
     for (int i = 0; i < kCommands; ++i) {
         const QString tag = QString::number(i);
         helper.sendCommand(3, helpercommand::repairParameter(tag),
-                           [&, tag](const wire::Dictionary &reply) {
+                           [&, tag](const wire::ReplyDictionary &reply) {
                                matched += reply.value(u"result"_s) == tag;
                                ++done;
                            });
@@ -165,8 +205,13 @@ TEST(HelperVersionRule, NewerThanOnePointZeroPointZeroComparedNumerically) {
         EXPECT_TRUE(helpercommand::isHelperVersionCurrent(QString::fromUtf8(newer))) << newer;
     for (const char *older : {"1.0.0", "1.0", "", "0.9.9", "01.0.0"})
         EXPECT_FALSE(helpercommand::isHelperVersionCurrent(QString::fromUtf8(older))) << older;
-    EXPECT_TRUE(helpercommand::isHelperVersionCurrent(wire::Dictionary{{u"result"_s, u"1.10"_s}}));
-    EXPECT_FALSE(helpercommand::isHelperVersionCurrent(wire::Dictionary{}));
+    EXPECT_TRUE(helpercommand::isHelperVersionCurrent(
+        wire::ReplyDictionary{{u"result"_s, u"1.10"_s}, {u"extra"_s, true}}));
+    for (const QVariant &odd : {QVariant(), QVariant(2), QVariant(QByteArray("1.10"))})
+        EXPECT_FALSE(
+            helpercommand::isHelperVersionCurrent(wire::ReplyDictionary{{u"result"_s, odd}}))
+            << odd.typeName();
+    EXPECT_FALSE(helpercommand::isHelperVersionCurrent(wire::ReplyDictionary{}));
 }
 
 } // namespace

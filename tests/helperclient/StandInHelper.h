@@ -28,7 +28,7 @@ public:
         QList<wire::Request> requests;
     };
 
-    static Response reply(const wire::Request &request, const wire::Dictionary &reply) {
+    static Response reply(const wire::Request &request, const wire::ReplyDictionary &reply) {
         return {Response::Kind::Write, wire::encodeReply({request.id, reply})};
     }
     // Code 7 gets "1.0.1", everything else an empty result.

@@ -1,5 +1,7 @@
 #include "helperclient/wire/WireCodec.h"
 
+#include "helperclient/wire/HelperCommand.h"
+
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -12,6 +14,7 @@ QByteArray cbor(QByteArray text) {
                                    .replace("CODE", "64636f6465")
                                    .replace("PARAM", "69706172616d65746572")
                                    .replace("REPLY", "657265706c79")
+                                   .replace("RESULT", "66726573756c74")
                                    .replace(" ", ""));
 }
 
@@ -54,6 +57,43 @@ TEST(WireCodec, AnythingButTheExactShapeIsRejected) {
     };
     for (const auto &[name, body] : requests)
         EXPECT_EQ(wire::decodeRequest(body), std::nullopt) << name;
+
+    const std::pair<const char *, QByteArray> replies[] = {
+        {"text id", cbor("a2 ID 6161 REPLY a0")},
+        {"missing reply", cbor("a1 ID 01")},
+        {"reply not a map", cbor("a2 ID 01 REPLY 60")},
+        {"number key", cbor("a2 ID 01 REPLY a1 01 60")},
+        {"duplicate reply key", cbor("a2 ID 01 REPLY a2 RESULT 01 RESULT 02")},
+        {"invalid UTF-8 value", cbor("a2 ID 01 REPLY a1 RESULT 81 61ff")},
+        {"truncated value", cbor("a2 ID 01 REPLY a1 RESULT a1 6161")},
+    };
+    for (const auto &[name, body] : replies)
+        EXPECT_EQ(wire::decodeReply(body), std::nullopt) << name;
+}
+
+// Whatever a well-formed reply holds reaches the caller, but only text is a result.
+TEST(WireCodec, ReplyValuesKeepTheirTypesAndOnlyTextIsAResult) {
+    const std::tuple<const char *, QByteArray, QMetaType::Type> values[] = {
+        {"text", cbor("62 6f6b"), QMetaType::QString},
+        {"text in chunks", cbor("7f 616f 616b ff"), QMetaType::QString},
+        {"number", cbor("05"), QMetaType::LongLong},
+        {"true", cbor("f5"), QMetaType::Bool},
+        {"null", cbor("f6"), QMetaType::Nullptr},
+        {"bytes", cbor("42 6f6b"), QMetaType::QByteArray},
+        {"map", cbor("a1 01 02"), QMetaType::QVariantMap},
+        {"list", cbor("82 01 616f"), QMetaType::QVariantList},
+    };
+    for (const auto &[name, value, type] : values) {
+        SCOPED_TRACE(name);
+        const QByteArray body = cbor("a2 ID 03 REPLY a2 RESULT") + value + cbor("6161 f4");
+        const auto reply = wire::decodeReply(body);
+        ASSERT_TRUE(reply);
+        EXPECT_EQ(reply->id, 3u);
+        EXPECT_EQ(reply->reply.value(u"result"_s).typeId(), type);
+        EXPECT_EQ(reply->reply.value(u"a"_s), QVariant(false));
+        EXPECT_EQ(helpercommand::resultOf(reply->reply).has_value(), type == QMetaType::QString);
+        EXPECT_EQ(wire::decodeReply(wire::encodeReply(*reply).mid(4)), reply);
+    }
 }
 
 TEST(FrameReader, ReassemblesFramesUpToTheLimitAndStopsForGoodAtAnOversizeLength) {

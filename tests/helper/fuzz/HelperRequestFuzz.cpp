@@ -36,7 +36,7 @@ bool planIsSafe(const helper::Plan &plan, const helper::DeviceFacts &facts,
                 const wire::Request &request) {
     if (plan.immediate)
         return plan.immediate->contains(u"result"_s) && !plan.work &&
-               !wire::encodeReply({request.id, *plan.immediate}).isEmpty();
+               !wire::encodeReply(request.id, *plan.immediate).isEmpty();
     if (!plan.work)
         return false;
     if (request.code == helper::kOpen)

@@ -3,13 +3,21 @@
 #include <cstdint>
 #include <cstdlib>
 
-// Anything the decoder accepts must survive a round trip unchanged.
+// Anything the decoder accepts must survive a round trip unchanged. Replies are compared as
+// frames, since a NaN value never equals itself.
 static void checkRoundTrip(QByteArrayView body) {
     const auto request = wire::decodeRequest(body);
     if (request && wire::decodeRequest(wire::encodeRequest(*request).mid(4)) != request)
         std::abort();
     const auto reply = wire::decodeReply(body);
-    if (reply && wire::decodeReply(wire::encodeReply(*reply).mid(4)) != reply)
+    if (!reply)
+        return;
+    // Values may grow when written again (a half-precision number comes back as a double).
+    const QByteArray frame = wire::encodeReply(*reply);
+    if (frame.isEmpty())
+        return;
+    const auto again = wire::decodeReply(QByteArrayView(frame).sliced(4));
+    if (!again || wire::encodeReply(*again) != frame)
         std::abort();
 }
 
