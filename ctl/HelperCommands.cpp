@@ -5,10 +5,14 @@
 #include "util/InstallPaths.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTextStream>
 
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -119,9 +123,27 @@ void printReply(const wire::Dictionary &reply, QTextStream &out) {
 QString openInSession(const QString &path) {
     if (::geteuid() == 0)
         return u"not as root: run vantreloctl open as the person whose session should show it"_s;
-    if (!QProcess::startDetached(u"xdg-open"_s, {path}))
+    const QByteArray pathBytes = QFile::encodeName(path);
+    char program[] = "xdg-open";
+    char *argv[] = {program, const_cast<char *>(pathBytes.constData()), nullptr};
+    pid_t pid = 0;
+    if (::posix_spawnp(&pid, program, nullptr, nullptr, argv, environ) != 0)
         return u"xdg-open could not be started"_s;
-    return {};
+    // xdg-open hands the folder to the file browser and ends; one that keeps running is showing
+    // it itself, and is left to run.
+    const int exited = ::syscall(SYS_pidfd_open, pid, 0);
+    pollfd done{exited, POLLIN, 0};
+    if (exited < 0 || ::poll(&done, 1, 10000) != 1) {
+        if (exited >= 0)
+            ::close(exited);
+        return {};
+    }
+    ::close(exited);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0)
+        return {};
+    return u"xdg-open found no program to show folders in this session"_s;
 }
 
 bool isHelperCommand(const QString &verb) {

@@ -1,3 +1,3 @@
 #include "helper/HelperLogging.h"
 
-Q_LOGGING_CATEGORY(lcHelper, "vantrelo.helper")
+Q_LOGGING_CATEGORY(lcHelper, "vantrelo.helper", QtInfoMsg)

@@ -373,8 +373,6 @@ void HelperServer::dispatch(Connection &connection, const wire::Request &request
         connection.broken = true;
         return;
     }
-    qCInfo(lcHelper) << "command" << request.code << "from uid" << connection.caller.uid << "pid"
-                     << connection.caller.pid << "on" << plan.disk;
     // Every answer from here on comes back through postReply().
     ++connection.inFlight;
     Job job{connection.id, request.id, connection.caller.uid, plan.disk, std::move(plan.work)};

@@ -120,9 +120,9 @@ Authorization PolkitAuthorizer::check(const Caller &caller, const QString &actio
             decision = refuse(what, whyCallFailed(reply));
         }
     }
-    qCInfo(lcHelper).noquote() << "polkit" << action << "for uid" << caller.uid << "pid"
-                               << caller.pid << (decision.allowed ? u"allowed"_s : u"refused"_s)
-                               << (decision.allowed ? QString() : decision.refusal);
+    // The command's own log line carries the outcome; refusals there are rate-limited.
+    qCDebug(lcHelper).noquote() << "polkit" << action << "for uid" << caller.uid << "pid"
+                                << caller.pid << (decision.allowed ? u"allowed"_s : u"refused"_s);
     return decision;
 }
 

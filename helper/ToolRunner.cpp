@@ -50,6 +50,18 @@ unsigned long mountFlags(const QString &options, QStringList *data) {
     return flags;
 }
 
+// A system call's outcome shaped like the tool's: exit status 32 is what mount and umount
+// answer when the kernel refuses.
+ToolResult systemCallResult(bool succeeded, const QString &tool, const QString &subject) {
+    const int error = errno;
+    ToolResult result;
+    result.started = true;
+    result.exitCode = succeeded ? 0 : 32;
+    if (!succeeded)
+        result.errorOutput = u"%1: %2: %3"_s.arg(tool, subject, errorText(error));
+    return result;
+}
+
 } // namespace
 
 QString ProcessToolRunner::locate(const QString &program) {
@@ -109,38 +121,21 @@ ToolResult ProcessToolRunner::run(const QString &program, const QStringList &arg
 }
 
 ToolResult ProcessToolRunner::unmount(const QString &target) {
-    ToolResult result;
-    result.started = true;
     const QByteArray path = QFile::encodeName(target);
-    if (::umount2(path.constData(), UMOUNT_NOFOLLOW) == 0) {
-        result.exitCode = 0;
-        return result;
-    }
-    const int error = errno;
-    result.exitCode = 32; // umount's "unmount failed"
-    result.errorOutput = u"umount: %1: %2"_s.arg(target, errorText(error));
-    return result;
+    return systemCallResult(::umount2(path.constData(), UMOUNT_NOFOLLOW) == 0, u"umount"_s, target);
 }
 
 ToolResult ProcessToolRunner::mountOnto(int folderFd, const QString &device, const QString &fsType,
                                         const QString &options) {
-    ToolResult result;
-    result.started = true;
     QStringList data;
     const unsigned long flags = mountFlags(options, &data);
     const QByteArray target = "/proc/self/fd/" + QByteArray::number(folderFd);
     const QByteArray source = QFile::encodeName(device);
     const QByteArray type = fsType.toUtf8();
     const QByteArray dataBytes = data.join(u',').toUtf8();
-    if (::mount(source.constData(), target.constData(), type.constData(), flags,
-                dataBytes.isEmpty() ? nullptr : dataBytes.constData()) == 0) {
-        result.exitCode = 0;
-        return result;
-    }
-    const int error = errno;
-    result.exitCode = 32; // mount's "mount failure"
-    result.errorOutput = u"mount: %1: %2"_s.arg(device, errorText(error));
-    return result;
+    return systemCallResult(::mount(source.constData(), target.constData(), type.constData(), flags,
+                                    dataBytes.isEmpty() ? nullptr : dataBytes.constData()) == 0,
+                            u"mount"_s, device);
 }
 
 } // namespace helper

@@ -15,9 +15,20 @@ if [ "$(id -u)" -eq 0 ]; then
   if [ -d /run/systemd/system ]; then
     systemctl daemon-reload
     systemctl enable --now vantrelo-helper.socket
-  elif ! "$ctl" helper-version >/dev/null 2>&1; then
-    nohup "$helper" --socket "$socket" >/var/log/vantrelo-helper.log 2>&1 &
-    for _ in $(seq 50); do "$ctl" helper-version >/dev/null 2>&1 && break; sleep 0.1; done
+  else
+    # Without systemd nothing starts the system bus or polkit, and without polkit only root may
+    # change disks through the helper.
+    if [ ! -S /run/dbus/system_bus_socket ]; then
+      mkdir -p /run/dbus
+      dbus-daemon --system --fork
+    fi
+    if ! pgrep -x polkitd >/dev/null; then
+      nohup /usr/lib/polkit-1/polkitd --no-debug >/var/log/vantrelo-polkitd.log 2>&1 &
+    fi
+    if ! "$ctl" helper-version >/dev/null 2>&1; then
+      nohup "$helper" --socket "$socket" >/var/log/vantrelo-helper.log 2>&1 &
+      for _ in $(seq 50); do "$ctl" helper-version >/dev/null 2>&1 && break; sleep 0.1; done
+    fi
   fi
   echo "helper: $("$ctl" helper-version 2>&1)"
 else
