@@ -29,7 +29,7 @@ void DaemonTest::SetUp() {
     daemon.setProcessChannelMode(QProcess::ForwardedChannels);
     daemon.start(QStringLiteral(VANTRELO_HELPER_DAEMON), {u"--socket"_s, socketPath});
     ASSERT_TRUE(daemon.waitForStarted());
-    // Started is not yet listening.
+    // Started does not mean listening yet.
     ASSERT_TRUE(testsupport::waitUntil([&] { return bool(WireClient::connectTo(socketPath)); }))
         << "the daemon never listened";
 }
