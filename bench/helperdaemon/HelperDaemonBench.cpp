@@ -1,10 +1,10 @@
 #include "helperclient/wire/WireClient.h"
+#include "tests/support/Wait.h"
 
 #include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
-#include <QThread>
 
 #include <benchmark/benchmark.h>
 
@@ -54,8 +54,7 @@ public:
         m_process.setStandardErrorFile(QProcess::nullDevice());
         m_process.start();
         m_process.waitForStarted();
-        for (int attempt = 0; attempt < 400 && !WireClient::connectTo(m_socket); ++attempt)
-            QThread::msleep(25);
+        testsupport::waitUntil([this] { return bool(WireClient::connectTo(m_socket)); });
     }
     ~Daemon() {
         m_process.terminate();

@@ -1,11 +1,8 @@
 #include "LocalCollectServer.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QTcpSocket>
-#include <QThread>
 
 using namespace Qt::StringLiterals;
 
@@ -62,15 +59,4 @@ void LocalCollectServer::readFrom(QTcpSocket *socket) {
                                                                         : nullptr)
             socket->write("HTTP/1.1 "_ba + status + "\r\nContent-Length: 0\r\n\r\n");
     }
-}
-
-bool waitUntil(const std::function<bool()> &condition, int boundMs) {
-    const QDeadlineTimer deadline(boundMs);
-    while (!condition()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(1);
-    }
-    return true;
 }

@@ -36,7 +36,3 @@ private:
     QHash<QTcpSocket *, QByteArray> m_buffers;
     QTcpServer m_server; // last: its sockets go before what they use
 };
-
-// Runs the event loop until the condition holds; false if it still does not after a generous
-// bound, so a broken uploader fails the test instead of hanging it.
-bool waitUntil(const std::function<bool()> &condition, int boundMs = 20000);

@@ -4,10 +4,12 @@
 #include "analytics/EventTracker.h"
 #include "analytics/GoogleAnalytics.h"
 #include "analytics/SystemInfo.h"
+#include "tests/support/Wait.h"
 
 #include <QFile>
 #include <QJsonArray>
 #include <QTemporaryDir>
+#include <QtCore/qtestsupport_core.h>
 
 #include <gtest/gtest.h>
 
@@ -16,6 +18,7 @@
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using Answer = LocalCollectServer::Answer;
+using testsupport::waitUntil;
 
 namespace {
 
@@ -168,7 +171,7 @@ TEST(GoogleAnalytics, WithoutASecretNothingLeavesTheMachineEvenIfOneComesLater) 
     // Configuration happens once: a complete one later changes nothing.
     GoogleAnalytics::configure(configFor(server, dir));
     GoogleAnalytics::trackEventName(u"Menu"_s, u"feedback"_s);
-    waitUntil([] { return false; }, 300);
+    QTest::qWait(300);
     EXPECT_TRUE(server.requests().isEmpty());
     EXPECT_FALSE(QFile::exists(config.queueFilePath));
 }

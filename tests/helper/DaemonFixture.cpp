@@ -3,11 +3,11 @@
 #include "helper/DeviceFacts.h"
 #include "helperclient/wire/WireClient.h"
 #include "tests/support/QtPrinters.h"
+#include "tests/support/Wait.h"
 
 #include <QFile>
 #include <QFileInfo>
 #include <QProcessEnvironment>
-#include <QThread>
 
 #include <sys/stat.h>
 
@@ -29,10 +29,9 @@ void DaemonTest::SetUp() {
     daemon.setProcessChannelMode(QProcess::ForwardedChannels);
     daemon.start(QStringLiteral(VANTRELO_HELPER_DAEMON), {u"--socket"_s, socketPath});
     ASSERT_TRUE(daemon.waitForStarted());
-    // Started, not yet listening: a hang guard, not a timing.
-    for (int attempt = 0; attempt < 400 && !WireClient::connectTo(socketPath); ++attempt)
-        QThread::msleep(25);
-    ASSERT_TRUE(WireClient::connectTo(socketPath)) << "the daemon never listened";
+    // Started does not mean listening yet.
+    ASSERT_TRUE(testsupport::waitUntil([&] { return bool(WireClient::connectTo(socketPath)); }))
+        << "the daemon never listened";
 }
 
 void DaemonTest::TearDown() {

@@ -160,10 +160,11 @@ TEST(DeviceFacts, OwnerComesFromTheRecordOptionsOrMountedRoot) {
 
 // A loop device is external for root and for whoever owns the very file it reads.
 TEST(DeviceFacts, LoopDeviceIsExternalOnlyForTheOwnerOfItsFile) {
+    if (!testsupport::isRoot())
+        GTEST_SKIP() << "needs root to attach loop devices";
     QString why;
     const auto image = testsupport::LoopImage::create(4, &why);
-    if (!image)
-        GTEST_SKIP() << why.toStdString();
+    ASSERT_TRUE(image) << why.toStdString();
     const helper::DeviceFacts facts;
     const QString disk = testsupport::LoopImage::kernelName(image->device());
     const QString file = image->scratchDir() + u"/disk.img"_s;
@@ -188,10 +189,11 @@ TEST(DeviceFacts, LoopDeviceIsExternalOnlyForTheOwnerOfItsFile) {
 
 // A real ntfs-3g mount carries the loop device's own number and shows its uid= as the owner.
 TEST(DeviceFacts, NtfsMountIsTheLoopDevicesAndBelongsToItsUid) {
+    if (!testsupport::isRoot())
+        GTEST_SKIP() << "needs root to attach loop devices";
     QString why;
     const auto image = testsupport::LoopImage::create(8, &why);
-    if (!image)
-        GTEST_SKIP() << why.toStdString();
+    ASSERT_TRUE(image) << why.toStdString();
     const QString disk = testsupport::LoopImage::kernelName(image->device());
     ASSERT_TRUE(image->format(image->device(), u"ntfs"_s, u"Data"_s, &why)) << why.toStdString();
     const QString folder = image->scratchDir() + u"/volume"_s;

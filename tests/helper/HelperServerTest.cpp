@@ -2,6 +2,7 @@
 
 #include "helperclient/wire/WireClient.h"
 #include "tests/support/QtPrinters.h"
+#include "tests/support/Wait.h"
 
 #include <QFile>
 #include <QScopeGuard>
@@ -32,13 +33,13 @@ constexpr uid_t kNobody = 65534;
 // Version answers at once (plan() of the first one from `holdUid` waits for `planGate`); code 3
 // holds disk "slow" until the test lets it go; code 5 asks for authorization on disk "d", which
 // waits for `authorizeGate` and answers `verdict`; code 9 runs on the disk it names and answers
-// with the caller's uid. Work notes the disk it ran on when it ends; plan() notes the caller's uid.
+// with the caller's uid. Work notes the disk it ran on when it ends; plan() notes the caller.
 class ScriptedHandler : public helper::RequestHandler {
 public:
     helper::Plan plan(const wire::Request &request, const helper::Caller &caller) const override {
         {
             std::lock_guard lock(mutex);
-            planned.push_back(caller.uid);
+            planned.push_back(caller);
         }
         if (request.code == 7) {
             if (caller.uid == holdUid && !held.exchange(true)) {
@@ -76,7 +77,7 @@ public:
         mountChanges;
     mutable std::mutex mutex;
     mutable QStringList finished;
-    mutable std::vector<uid_t> planned;
+    mutable std::vector<helper::Caller> planned;
 };
 
 // A process of uid 65534 that opens `connections` connections, sends `bytes` on each, tells how
@@ -109,6 +110,7 @@ public:
         if (m_report >= 0)
             ::close(m_report);
     }
+    pid_t pid() const { return m_pid; }
     // Waits until every connection has its bytes.
     bool sent() { return nextReport() == 's'; }
     // Waits until each connection was answered or closed; how many were answered.
@@ -231,13 +233,10 @@ TEST_F(HelperServerTest, AUserBeyondTheirShareOfConnectionsIsTurnedAway) {
     EXPECT_EQ(first->result(7), u"1.0.1"_s);
     first.reset();
     // The freed slot is given to the next connection once the server has seen the close.
-    std::unique_ptr<wire::WireClient> fourth;
-    for (int attempt = 0; attempt < 200 && !fourth; ++attempt) {
-        fourth = wire::WireClient::connectTo(socketPath);
-        if (fourth && fourth->result(7) != u"1.0.1"_s)
-            fourth.reset();
-    }
-    EXPECT_TRUE(fourth);
+    EXPECT_TRUE(testsupport::waitUntil([&] {
+        auto fourth = wire::WireClient::connectTo(socketPath);
+        return fourth && fourth->result(7) == u"1.0.1"_s;
+    }));
 }
 
 #define SKIP_UNLESS_ROOT()                                                                         \
@@ -262,9 +261,26 @@ TEST_F(HelperServerTest, AFloodingUserDelaysAnotherUserByOneRoundAtMost) {
     handler.planGate.release();
     ASSERT_EQ(root->receive().value_or(wire::Reply{}).id, 42u);
     std::lock_guard lock(handler.mutex);
-    const auto rootAgain = std::find(handler.planned.begin() + 1, handler.planned.end(), 0u);
+    const auto rootAgain =
+        std::find_if(handler.planned.begin() + 1, handler.planned.end(),
+                     [](const helper::Caller &caller) { return caller.uid == 0; });
     ASSERT_NE(rootAgain, handler.planned.end());
     EXPECT_LE(rootAgain - handler.planned.begin() - 1, 2 * limits.requestsPerRound);
+}
+
+// The handler learns the caller from the socket's peer: another user's process, not this one.
+TEST_F(HelperServerTest, TheHandlerSeesTheConnectingProcessAndItsUser) {
+    SKIP_UNLESS_ROOT();
+    start();
+    NobodyClient nobody(socketPath, 1, wire::encodeRequest({1, 9, {{u"disk"_s, u"sdc"_s}}}));
+    ASSERT_TRUE(nobody.sent());
+    EXPECT_EQ(nobody.answered(), 1);
+    std::lock_guard lock(handler.mutex);
+    ASSERT_EQ(handler.planned.size(), 1u);
+    EXPECT_EQ(handler.planned[0].uid, kNobody);
+    EXPECT_EQ(handler.planned[0].gid, kNobody);
+    EXPECT_EQ(handler.planned[0].pid, nobody.pid());
+    EXPECT_EQ(handler.finished, QStringList{u"sdc"_s});
 }
 
 TEST_F(HelperServerTest, IdleConnectionsAreClosedWhileBusyOnesStay) {

@@ -2,10 +2,10 @@
 
 #include "StandInHelper.h"
 #include "helperclient/wire/HelperCommand.h"
+#include "tests/support/Wait.h"
 #include "util/InstallPaths.h"
 
 #include <QTemporaryDir>
-#include <QtCore/qtestsupport_core.h>
 
 #include <gtest/gtest.h>
 
@@ -14,11 +14,11 @@
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using Response = StandInHelper::Response;
+using testsupport::waitUntil;
 
 namespace {
 
 const Response kHold{Response::Kind::Hold, {}};
-constexpr int kBound = 20000; // ms, generous: outcomes are asserted, never times
 
 std::atomic<int> s_errorsLogged = 0;
 
@@ -48,7 +48,7 @@ QString roundTrip(NTCommandHelper &helper) {
         });
     std::future<QString> version = reply->get_future();
     const auto ready = [&] { return version.wait_for(0s) == std::future_status::ready; };
-    return QTest::qWaitFor(ready, kBound) ? version.get() : u"no reply"_s;
+    return waitUntil(ready) ? version.get() : u"no reply"_s;
 }
 
 class CommandChannel : public testing::Test {
@@ -75,7 +75,7 @@ TEST_F(CommandChannel, CommandsReachAHelperStartedLaterAndRepliesRunOnTheChannel
     NTCommandHelper helper;
     Probe missing;
     missing.send(helper, 7);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return missing.errors == 1; }, kBound));
+    ASSERT_TRUE(waitUntil([&] { return missing.errors == 1; }));
     StandInHelper late;
     ASSERT_TRUE(late.listen(dir.filePath(u"h.sock"_s)));
 
@@ -116,7 +116,7 @@ TEST_F(CommandChannel, TransportErrorsDropPendingCommandsAndTheNextOneReconnects
         Probe dropped;
         dropped.send(helper, 0);
         dropped.send(helper, 1);
-        ASSERT_TRUE(QTest::qWaitFor([&] { return dropped.errors == 2; }, kBound));
+        ASSERT_TRUE(waitUntil([&] { return dropped.errors == 2; }));
         EXPECT_EQ(roundTrip(helper), u"1.0.1"_s);
         EXPECT_EQ(m_server.record().connections, connections + 2);
         EXPECT_EQ(dropped.replies, 0);
@@ -188,7 +188,7 @@ TEST_F(CommandChannel, LateRepliesOutOfOrderReachTheirOwnCommand) {
     EXPECT_EQ(roundTrip(helper), u"1.0.1"_s);
     EXPECT_EQ(m_server.record().connections, 2);
     helper.sendCommand(4, {}, {});
-    ASSERT_TRUE(QTest::qWaitFor([&] { return done == kCommands; }, kBound));
+    ASSERT_TRUE(waitUntil([&] { return done == kCommands; }));
     EXPECT_EQ(matched, kCommands);
 }
 

@@ -1,7 +1,9 @@
 #include "helperclient/NTDiskHelper.h"
 #include "tests/support/LoopImage.h"
+#include "tests/support/QtPrinters.h"
 #include "tests/support/SystemCommand.h"
 #include "tests/support/Udevd.h"
+#include "tests/support/Wait.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -11,19 +13,15 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QThreadPool>
-#include <QtCore/qtestsupport_core.h>
 
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
 using testsupport::LoopImage;
 using testsupport::runCommand;
+using testsupport::waitUntil;
 
 namespace {
-
-bool waitUntil(const std::function<bool()> &done, int boundMs = 20000) {
-    return QTest::qWaitFor(done, boundMs);
-}
 
 // A private udisks2 stack: dbus-daemon with a system-bus configuration on a private address
 // (DBUS_SYSTEM_BUS_ADDRESS), udevd when none runs, and udisksd. What it starts it stops by pid.
@@ -44,8 +42,6 @@ struct UDisksStack {
     // Empty once everything runs, else why not. Must come before the first system bus call.
     QString start() {
         const QString udisksdPath = u"/usr/libexec/udisks2/udisksd"_s;
-        if (!testsupport::isRoot())
-            return u"needs root to run udisksd and attach loop devices"_s;
         for (const QString &program : {u"dbus-daemon"_s, u"mkntfs"_s, u"udisksctl"_s, udisksdPath})
             if (!testsupport::haveProgram(program) && !QFileInfo(program).isExecutable())
                 return program + u" is not installed"_s;
@@ -77,7 +73,7 @@ struct UDisksStack {
         const auto up = [&] {
             return bus->isServiceRegistered(u"org.freedesktop.UDisks2"_s).value();
         };
-        if (!bus || !waitUntil(up, 30000))
+        if (!bus || !waitUntil(up))
             return u"udisksd did not come up on the private bus"_s;
         return {};
     }
@@ -109,9 +105,10 @@ bool after(const std::function<void()> &request, const std::function<bool()> &st
 }
 
 TEST(NTDiskHelperIntegration, NtfsDiskIsMountedRenamedUnmountedAndEjectedWhole) {
+    if (!testsupport::isRoot())
+        GTEST_SKIP() << "needs root to run udisksd and attach loop devices";
     UDisksStack stack;
-    if (const QString why = stack.start(); !why.isEmpty())
-        GTEST_SKIP() << why.toStdString();
+    ASSERT_EQ(stack.start(), QString());
     QString why;
     const auto image = LoopImage::createPartitioned(96, 2, &why);
     ASSERT_TRUE(image) << why.toStdString();

@@ -1,10 +1,10 @@
 #include "tests/support/LoopImage.h"
 
 #include "tests/support/SystemCommand.h"
+#include "tests/support/Wait.h"
 
 #include <QDir>
 #include <QFile>
-#include <QThread>
 
 using namespace Qt::StringLiterals;
 
@@ -57,9 +57,7 @@ std::unique_ptr<LoopImage> LoopImage::createPartitioned(qint64 sizeMiB, int part
     // The scan at attach time can miss a table written just before; ask the kernel again.
     runCommand(u"blockdev"_s, {u"--rereadpt"_s, image->m_device});
     runCommand(u"partx"_s, {u"-a"_s, image->m_device});
-    for (int attempt = 0; attempt < 100 && !QFile::exists(image->partition(partitions)); ++attempt)
-        QThread::msleep(20);
-    if (QFile::exists(image->partition(partitions)))
+    if (waitUntil([&] { return QFile::exists(image->partition(partitions)); }))
         return image;
     fail(why, u"the partitions of %1 did not appear"_s.arg(image->m_device));
     return nullptr;

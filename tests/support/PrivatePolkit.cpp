@@ -1,12 +1,12 @@
 #include "tests/support/PrivatePolkit.h"
 
 #include "tests/support/SystemCommand.h"
+#include "tests/support/Wait.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QFileInfo>
 #include <QProcessEnvironment>
-#include <QThread>
 
 #include <pwd.h>
 #include <sys/file.h>
@@ -50,16 +50,6 @@ const char kBusConfig[] =
 
 bool fail(QString *why, const QString &text) {
     *why = text;
-    return false;
-}
-
-// A hang guard for things that take a moment to come up, not a timing.
-template <typename Ready> bool waitFor(Ready ready) {
-    for (int attempt = 0; attempt < 400; ++attempt) {
-        if (ready())
-            return true;
-        QThread::msleep(25);
-    }
     return false;
 }
 
@@ -137,7 +127,7 @@ bool PrivatePolkit::startPolkitd(QString *why) {
     bool owned = false;
     {
         QDBusConnection bus = QDBusConnection::connectToBus(address(), name);
-        owned = waitFor([&] {
+        owned = waitUntil([&] {
             return m_polkitd.state() == QProcess::Running &&
                    bus.interface()->isServiceRegistered(u"org.freedesktop.PolicyKit1"_s).value();
         });
@@ -204,7 +194,7 @@ bool PrivatePolkit::addRule(uid_t uid, bool grant, QString *why) {
         u"});\n"_s.arg(user, grant ? u"YES"_s : u"NO"_s)
             .toUtf8());
     rule.close();
-    return waitFor([&] { return pkcheck(uid) == (grant ? 0 : 1); }) ||
+    return waitUntil([&] { return pkcheck(uid) == (grant ? 0 : 1); }) ||
            fail(why, u"polkitd never applied the rule in "_s + path);
 }
 

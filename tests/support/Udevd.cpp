@@ -1,8 +1,7 @@
 #include "tests/support/Udevd.h"
 
 #include "tests/support/SystemCommand.h"
-
-#include <QtCore/qtestsupport_core.h>
+#include "tests/support/Wait.h"
 
 using namespace Qt::StringLiterals;
 
@@ -34,7 +33,7 @@ QString Udevd::start() {
     m_process.start(program, {});
     if (!m_process.waitForStarted())
         return program + u" does not start: "_s + m_process.errorString();
-    if (!QTest::qWaitFor(udevAnswers, 10000))
+    if (!waitUntil(udevAnswers))
         return u"systemd-udevd does not answer"_s;
     return {};
 }
