@@ -26,27 +26,21 @@ namespace {
 class FakeSystem {
 public:
     FakeSystem() {
-        addDisk(u"pci/ata"_s, u"sda"_s, {u"sda1"_s, u"sda2"_s});
-        addDisk(u"pci/usb1"_s, u"sdb"_s, {u"sdb1"_s});
-        for (const QChar letter : u"cdef"_s)
-            addDisk(u"pci/ata"_s, u"sd"_s + letter, {u"sd"_s + letter + u'1'});
-        addDisk(u"platform/mmc0"_s, u"mmcblk0"_s, {u"mmcblk0p1"_s});
-        addDisk(u"virtual/block"_s, u"loop0"_s, {u"loop0p1"_s, u"loop0p2"_s});
-        addDisk(u"virtual/block"_s, u"loop1"_s, {});
-        addDisk(u"virtual/block"_s, u"dm-0"_s, {});
+        for (const QString &disk :
+             {u"pci/ata sda sda1 sda2"_s, u"pci/usb1 sdb sdb1"_s, u"pci/ata sdc sdc1"_s,
+              u"pci/ata sdd sdd1"_s, u"pci/ata sde sde1"_s, u"pci/ata sdf sdf1"_s,
+              u"platform/mmc0 mmcblk0 mmcblk0p1"_s, u"virtual/block loop0 loop0p1 loop0p2"_s,
+              u"virtual/block loop1"_s, u"virtual/block dm-0"_s})
+            addDisk(disk.split(u' '));
         writeFile(u"sys/class/block/dm-0/slaves/sde1"_s, {});
         writeFile(u"dev/fuse"_s, {});
-        writeFile(u"proc/swaps"_s,
-                  "Filename Type Size Used Priority\n/dev/sdc1 partition 8 0 -2\n");
-        addMount(u"/dev/sda2"_s, u"/"_s, u"ext4"_s, u"rw"_s);
-        addMount(u"/dev/dm-0"_s, u"/home"_s, u"ext4"_s, u"rw"_s);
-        addMount(u"/dev/sdf1"_s, u"/usr"_s, u"ext4"_s, u"rw"_s);
-        addMount(u"/dev/loop0p2"_s, u"/boot"_s, u"ext4"_s, u"rw"_s);
-        addMount(u"/dev/sdd1"_s, u"/usr/local"_s, u"ext4"_s, u"rw"_s);
+        writeSwaps(u"sdc1"_s);
+        for (const QString &mount : {u"sda2 /"_s, u"dm-0 /home"_s, u"sdf1 /usr"_s,
+                                     u"loop0p2 /boot"_s, u"sdd1 /usr/local"_s})
+            addMount(u"/dev/"_s + mount.section(u' ', 0, 0), mount.section(u' ', 1), u"ext4"_s);
     }
     QString path(const QString &relative) const { return m_dir.filePath(relative); }
-    // A real folder to mount on, reachable by everyone.
-    QString folder(const QString &relative) const {
+    QString folder(const QString &relative) const { // to mount on, reachable by everyone
         QDir().mkpath(path(relative));
         for (QString at = path(relative); at.startsWith(m_dir.path()); at = QFileInfo(at).path())
             QFile::setPermissions(at, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
@@ -59,14 +53,16 @@ public:
         ASSERT_TRUE(out.open(QIODevice::WriteOnly | QIODevice::Truncate));
         out.write(content);
     }
-    // The mount carries the device's number, as the kernel shows ntfs-3g's; an unknown device
-    // gets an anonymous one.
+    void writeSwaps(const QString &partition) const {
+        writeFile(u"proc/swaps"_s, "Filename Type Size Used Priority\n/dev/" + partition.toUtf8() +
+                                       " partition 8 0 -2\n");
+    }
+    // The mount carries the device's number, as the kernel shows ntfs-3g's.
     void addMount(const QString &device, const QString &target, const QString &fsType,
-                  const QString &options, const QString &superOptions = u"rw"_s) {
-        const int id = m_mountLines.size() + 100;
-        const QString number = m_numbers.value(device.section(u'/', -1), u"0:%1"_s.arg(id));
-        m_mountLines << u"%1 1 %2 / %3 %4 shared:1 - %5 %6 %7"_s.arg(id).arg(
-            number, target, options, fsType, device, superOptions);
+                  const QString &options = u"rw"_s, const QString &superOptions = u"rw"_s) {
+        m_mountLines << u"%1 1 %2 / %3 %4 shared:1 - %5 %6 %7"_s.arg(m_mountLines.size() + 100)
+                            .arg(m_numbers.value(device.section(u'/', -1)), target, options, fsType,
+                                 device, superOptions);
         writeMounts();
     }
     void removeMount(const QString &target) {
@@ -76,19 +72,20 @@ public:
     }
 
 private:
-    void addDisk(const QString &bus, const QString &disk, const QStringList &partitions) {
-        const QString diskDir = u"sys/devices/"_s + bus + u'/' + disk;
+    // Bus, disk, partitions.
+    void addDisk(const QStringList &words) {
+        const QString diskDir = u"sys/devices/"_s + words[0] + u'/' + words[1];
         QDir().mkpath(path(u"sys/class/block"_s));
-        for (const QString &name : QStringList{disk} + partitions) {
-            const QString dir = name == disk ? diskDir : diskDir + u'/' + name;
+        QDir().mkpath(path(u"sys/dev/block"_s));
+        for (const QString &name : words.sliced(1)) {
+            const QString dir = name == words[1] ? diskDir : diskDir + u'/' + name;
             const QString number = u"8:%1"_s.arg(m_numbers.size());
             m_numbers.insert(name, number);
             writeFile(dir + u"/dev"_s, number.toUtf8() + '\n');
-            QDir().mkpath(path(u"sys/dev/block"_s));
-            QFile::link(path(dir), path(u"sys/dev/block/"_s + number));
-            if (name != disk)
+            if (name != words[1])
                 writeFile(dir + u"/partition"_s, "1\n");
             writeFile(u"dev/"_s + name, {});
+            QFile::link(path(dir), path(u"sys/dev/block/"_s + number));
             QFile::link(path(dir), path(u"sys/class/block/"_s + name));
         }
     }
@@ -105,12 +102,12 @@ helper::ToolResult exited(int exitCode, const QString &errorOutput = {}) {
     return {true, false, exitCode, {}, errorOutput};
 }
 
-Caller user(uid_t uid = 1000) {
-    return {4242, 0, uid, 1001, {1001}, false};
+Caller user(uid_t uid = 1000, gid_t gid = 1001, std::vector<gid_t> groups = {1001}) {
+    return {4242, 0, uid, gid, std::move(groups), false};
 }
 
-QString heldPath(int fd) {
-    return QFileInfo(u"/proc/self/fd/%1"_s.arg(fd)).symLinkTarget();
+bool matches(const QString &text, const QString &pattern) {
+    return QRegularExpression(pattern).match(text).hasMatch();
 }
 
 struct Behaviour {
@@ -139,7 +136,9 @@ protected:
     helper::ToolResult run(const QString &program, const QStringList &arguments,
                            std::chrono::milliseconds, int handedFd = -1) override {
         calls.append(QStringList{program} + arguments);
-        handed.append(handedFd < 0 ? QString() : heldPath(handedFd));
+        handed.append(handedFd < 0
+                          ? QString()
+                          : QFileInfo(u"/proc/self/fd/%1"_s.arg(handedFd)).symLinkTarget());
         return script ? script(calls.last()) : exited(0);
     }
     helper::ToolResult mountOnto(int folderFd, const QString &device, const QString &fsType,
@@ -151,8 +150,13 @@ protected:
     }
     Volume probe(const QString &) const override { return volume; }
 
-    QString send(quint64 code, const wire::Dictionary &parameter, const Caller &caller = user()) {
-        return commands.handle({1, code, parameter}, caller).value(u"result"_s, u"<missing>"_s);
+    QString send(quint64 code, const wire::Dictionary &parameter, const Caller &caller = user(),
+                 helper::HelperCommands *other = nullptr) {
+        calls.clear();
+        handed.clear();
+        return (other ? *other : commands)
+            .handle({1, code, parameter}, caller)
+            .value(u"result"_s, u"<missing>"_s);
     }
     QString sendTo(const QString &device, quint64 code, const Caller &caller = user()) {
         return send(code, {{u"bsdName"_s, device}, {u"newName"_s, u"X"_s}}, caller);
@@ -192,77 +196,89 @@ protected:
     helper::HelperCommands commands{*this, facts, *this, *this};
 };
 
-// Whatever the command, a hostile name, a system disk (below /, /home through device-mapper, swap,
-// /usr, /boot) or a device with holders gets a reason, and nothing runs or is asked.
+// A system disk (below /, /home through device-mapper, swap, /usr, /boot), a device with holders,
+// a bad label or an unknown code gets a reason, and nothing runs or is asked. (Hostile device
+// names are the fuzz target's.)
 TEST_F(HelperCommandsTest, GuardsRefuseBeforeAnythingRuns) {
     system.writeFile(u"sys/class/block/mmcblk0p1/holders/dm-1"_s, {});
-    const QStringList hostile{u"sdb1 --force"_s, u"../sda"_s,    u"-o"_s,
-                              u"loop0;reboot"_s, u""_s,          u".."_s,
-                              u"/dev/sdb1"_s,    u"sdb1\n"_s,    QString(33, u'a'),
-                              u"sdz9"_s,         u"$(reboot)"_s, u"dm-0/slaves/x"_s};
     for (const quint64 code : kDeviceCodes) {
         SCOPED_TRACE(code);
-        for (const QString &name : hostile)
-            EXPECT_FALSE(sendTo(name, code, user(0)).isEmpty()) << name.toStdString();
         for (const QString &name : {u"sda"_s, u"sda1"_s, u"sde1"_s, u"dm-0"_s, u"sdc"_s, u"sdc1"_s,
-                                    u"sdf1"_s, u"loop0p1"_s}) {
-            const QString text = sendTo(name, code, user(0));
-            EXPECT_TRUE(text.contains(u"running system"_s))
-                << name.toStdString() << ": " << text.toStdString();
-        }
+                                    u"sdf1"_s, u"loop0p1"_s})
+            EXPECT_TRUE(sendTo(name, code, user(0)).contains(u"running system"_s))
+                << name.toStdString();
         const QString held = sendTo(code == helper::kEject ? u"mmcblk0"_s : u"mmcblk0p1"_s, code);
         EXPECT_TRUE(held.contains(u"dm-1"_s)) << held.toStdString();
         EXPECT_TRUE(send(code, {{u"name"_s, u"Data"_s}}).contains(u"bsdName"_s));
     }
+    QStringList labels{u""_s, QString(33, u'x'), QString(100000, u'x'), u"-o"_s};
+    for (const QChar c : u"\"*/:<>?\\|\t\n\u007f\u0085"_s)
+        labels << u"a"_s + c + u"b"_s;
+    for (const QString &label : labels)
+        EXPECT_FALSE(
+            send(helper::kRename, {{u"bsdName"_s, u"sdb1"_s}, {u"newName"_s, label}}).isEmpty())
+            << label.left(40).toStdString();
     for (const quint64 code : {quint64(5), quint64(6), quint64(9), ~quint64(0)})
         EXPECT_TRUE(sendTo(u"loop1"_s, code).contains(u"not support"_s)) << code;
     EXPECT_TRUE(calls.isEmpty());
     EXPECT_TRUE(actions.isEmpty());
 }
 
+// The view is kept until the mount table is said to have changed; a new swap area counts at once,
+// as swapon does not touch the mount table.
+TEST_F(HelperCommandsTest, SystemDiskViewFollowsMountTableNoticesAndSwap) {
+    EXPECT_TRUE(facts.isSystemDisk(u"sdf"_s));
+    system.removeMount(u"/usr"_s);
+    system.addMount(u"/dev/sdb1"_s, u"/usr"_s, u"ext4"_s);
+    EXPECT_FALSE(facts.isSystemDisk(u"sdb"_s));
+    facts.mountTableChanged();
+    EXPECT_TRUE(facts.isSystemDisk(u"sdb"_s));
+    EXPECT_FALSE(facts.isSystemDisk(u"sdf"_s));
+    system.writeSwaps(u"mmcblk0p1"_s);
+    EXPECT_TRUE(facts.isSystemDisk(u"mmcblk0"_s));
+}
+
 // The polkit action: -system unless the disk is external for the caller, else -others unless
 // every affected mount is known to be the caller's. Root is never asked.
 TEST_F(HelperCommandsTest, ActionVariantFollowsTheDiskAndTheOwner) {
     const QString target = system.folder(u"media/v"_s);
-    struct Case {
+    const struct {
         const char *what;
-        QString device;
-        QString superOptions; // of sdb1's mount; "" for none
+        QString device, superOptions; // of sdb1's mount; "" for none
         uid_t caller;
         QString suffix;
-    };
-    const QList<Case> cases{
+    } cases[]{
         {"internal disk", u"sdd1"_s, {}, 1000, u"-system"_s},
         {"image of someone else's file", u"loop1"_s, {}, 1000, u"-system"_s},
-        {"own external, unmounted", u"sdb1"_s, {}, 1000, QString()},
-        {"mounted for the caller", u"sdb1"_s, u"rw,uid=1000,gid=1000"_s, 1000, QString()},
+        {"own external, unmounted", u"sdb1"_s, {}, 1000, {}},
+        {"mounted for the caller", u"sdb1"_s, u"rw,uid=1000,gid=1000"_s, 1000, {}},
         {"someone else's", u"sdb1"_s, u"rw,uid=2000,gid=2000"_s, 1000, u"-others"_s},
         {"root's", u"sdb1"_s, u"rw,uid=0,gid=0"_s, 1000, u"-others"_s},
         {"owner unknown", u"sdb1"_s, u"rw"_s, 1000, u"-others"_s},
-        {"root asks", u"sdb1"_s, u"rw,uid=2000,gid=2000"_s, 0, QString()},
+        {"root asks", u"sdb1"_s, u"rw,uid=2000,gid=2000"_s, 0, {}},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         system.removeMount(target);
         if (!c.superOptions.isEmpty())
             system.addMount(u"/dev/sdb1"_s, target, u"vfat"_s, u"rw"_s, c.superOptions);
         for (const quint64 code : kDeviceCodes) {
             actions.clear();
-            helper::Plan plan = commands.plan(
+            const helper::Plan plan = commands.plan(
                 {1, code, {{u"bsdName"_s, c.device}, {u"newName"_s, u"X"_s}}}, user(c.caller));
             ASSERT_TRUE(plan.authorize);
             EXPECT_EQ(plan.authorize(), u""_s);
-            const QStringList expected{
-                u"com.corvin.vantrelo.%1%2"_s.arg(helper::commandName(code), c.suffix)};
-            EXPECT_EQ(actions, c.caller == 0 ? QStringList() : expected);
+            const QString action = u"com.corvin.vantrelo."_s + helper::commandName(code);
+            EXPECT_EQ(actions, c.caller == 0 ? QStringList() : QStringList{action + c.suffix});
         }
     }
     EXPECT_TRUE(calls.isEmpty());
 }
 
-// Every way a remount can fail or not apply gets its answer; the volume stays, or is back,
-// read-only where it was, and nothing is ever forced. A remount that works is the caller's: its
-// own uid, nosuid, nodev, and masks that keep others from writing, on the held folder.
+// Every way a remount can fail or not apply gets its answer; the volume stays, or is back with its
+// own flags, read-only where it was, and nothing is ever forced. A remount that works is the
+// caller's: its own uid, nosuid, nodev, and masks that keep others from writing, on the held
+// folder.
 TEST_F(HelperCommandsTest, MountReadWriteIsTheCallersOrExplainsAndRestores) {
     const QString target = system.folder(u"media/x"_s);
     QFile::setPermissions(target, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
@@ -271,15 +287,20 @@ TEST_F(HelperCommandsTest, MountReadWriteIsTheCallersOrExplainsAndRestores) {
                   eperm = u"fuse: failed to open /dev/fuse: Operation not permitted"_s,
                   advice = u"shut it down fully.*Fast Startup"_s,
                   noAccess = u"^nofulldiskaccess$"_s;
-    struct Case {
+    const QStringList held{u"/dev/sdb1"_s, u"/proc/self/fd/3"_s};
+    const QString writable =
+        u"rw,uid=1000,gid=1001,fmask=0133,dmask=0022,windows_names,nosuid,nodev"_s;
+    const QString flags = u"ro,nosuid,nodev,noexec"_s;
+    const QString restore =
+        flags + u",uid=%1,gid=%2,fmask=0027,dmask=0027"_s.arg(::getuid()).arg(::getgid());
+    // clang-format off
+    const struct {
         const char *what;
         bool mounted, privileged, fuse;
         Behaviour behaviour;
         QString answer; // a pattern
         bool unmounts;
-    };
-    // clang-format off
-    const QList<Case> cases{
+    } cases[]{
         {"works", true, true, true, {}, u"^$"_s, true},
         {"hibernated", true, true, true, {ntfs, {}, 14, hibernated, false}, advice, true},
         {"fell back", true, true, true, {ntfs, {}, 0, hibernated, true}, advice, true},
@@ -291,47 +312,35 @@ TEST_F(HelperCommandsTest, MountReadWriteIsTheCallersOrExplainsAndRestores) {
         {"no fuse (last: it stays removed)", true, true, false, {}, noAccess, false},
     };
     // clang-format on
-    const QString restoreOptions =
-        u"ro,uid=%1,gid=%2,fmask=0027,dmask=0027"_s.arg(::getuid()).arg(::getgid());
-    for (const Case &c : cases) {
+    helper::HelperSettings settings;
+    settings.privileged = false;
+    helper::HelperCommands unprivileged(*this, facts, *this, *this, settings);
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         system.removeMount(target);
         if (c.mounted)
-            system.addMount(u"/dev/sdb1"_s, target, u"fuseblk"_s, u"ro"_s);
+            system.addMount(u"/dev/sdb1"_s, target, u"fuseblk"_s, flags + u",relatime"_s);
         if (!c.fuse)
             QFile::remove(system.path(u"dev/fuse"_s));
-        calls.clear();
-        handed.clear();
         simulate(c.behaviour);
-        helper::HelperSettings settings;
-        settings.privileged = c.privileged;
-        const QString text =
-            helper::HelperCommands(*this, facts, *this, *this, settings)
-                .handle({1, helper::kMountReadWrite, {{u"bsdName"_s, u"sdb1"_s}}}, user())
-                .value(u"result"_s, u"<missing>"_s);
-        EXPECT_TRUE(QRegularExpression(c.answer).match(text).hasMatch()) << text.toStdString();
+        const QString text = send(helper::kMountReadWrite, {{u"bsdName"_s, u"sdb1"_s}}, user(),
+                                  c.privileged ? nullptr : &unprivileged);
+        EXPECT_TRUE(matches(text, c.answer)) << text.toStdString();
         EXPECT_EQ(calls.value(0).value(0) == u"umount"_s, c.unmounts);
         if (c.unmounts && c.behaviour.umountError.isEmpty()) {
-            EXPECT_EQ(calls.value(1),
-                      QStringList({u"ntfs-3g"_s, u"-o"_s,
-                                   u"rw,uid=1000,gid=1001,fmask=0133,dmask=0022,windows_names,"
-                                   u"nosuid,nodev"_s,
-                                   u"/dev/sdb1"_s, u"/proc/self/fd/3"_s}));
+            EXPECT_EQ(calls.value(1), QStringList({u"ntfs-3g"_s, u"-o"_s, writable}) + held);
             EXPECT_EQ(handed.value(1), target);
         }
         if (c.behaviour.ntfsExit != 0) {
-            EXPECT_EQ(calls.last(), QStringList({u"ntfs-3g"_s, u"-o"_s, restoreOptions,
-                                                 u"/dev/sdb1"_s, u"/proc/self/fd/3"_s}));
+            EXPECT_EQ(calls.last(), QStringList({u"ntfs-3g"_s, u"-o"_s, restore}) + held);
             EXPECT_EQ(handed.last(), target);
         }
         const QList<helper::MountEntry> now = facts.mountsOfDevice(u"sdb1"_s);
         ASSERT_EQ(now.size(), c.mounted ? 1 : 0);
-        EXPECT_TRUE(!c.mounted || now[0].target == target);
-        if (c.mounted) {
-            EXPECT_EQ(now[0].readOnly(), QString::fromUtf8(c.what) != u"works"_s);
-        }
+        EXPECT_TRUE(!c.mounted ||
+                    (now[0].target == target && now[0].readOnly() == !text.isEmpty()));
         for (const QStringList &call : std::as_const(calls))
-            EXPECT_FALSE(call.join(u' ').contains(QRegularExpression(u"force|remove_hiberfile"_s)));
+            EXPECT_FALSE(matches(call.join(u' '), u"force|remove_hiberfile"_s));
     }
     // The helper's record now says whose the writable mount is.
     QFile(system.path(u"dev/fuse"_s)).open(QIODevice::WriteOnly);
@@ -344,158 +353,65 @@ TEST_F(HelperCommandsTest, MountReadWriteIsTheCallersOrExplainsAndRestores) {
                                     u"com.corvin.vantrelo.repair-others"_s}));
 }
 
-// A volume put back after a repair keeps its own flags, owner and masks, through ntfs-3g for FUSE
-// and mount(2) for a kernel driver, always on the held folder.
-TEST_F(HelperCommandsTest, RestoreKeepsTheMountsOwnOptions) {
+// A kernel driver's volume is put back through mount(2) on the held folder, with its own options.
+TEST_F(HelperCommandsTest, RestoreOfAKernelDriversVolumeKeepsItsOptions) {
     const QString target = system.folder(u"media/r"_s);
-    QFile::setPermissions(target, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
-                                      QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther |
-                                      QFile::ExeOther);
-    const QString masks = u"fmask=0022,dmask=0022"_s;
-    const QString owner = u"uid=%1,gid=%2"_s.arg(::getuid()).arg(::getgid());
-    struct Case {
-        QString fsType, options, superOptions;
-        QStringList restored;
-    };
-    const QList<Case> cases{
-        {u"fuseblk"_s,
-         u"ro,nosuid,nodev,noexec,relatime"_s,
-         u"ro,user_id=0,allow_other"_s,
-         {u"ntfs-3g"_s, u"-o"_s, u"ro,nosuid,nodev,noexec,"_s + owner + u',' + masks,
-          u"/dev/sdb1"_s, u"/proc/self/fd/3"_s}},
-        {u"fuseblk"_s,
-         u"rw,relatime"_s,
-         u"rw"_s,
-         {u"ntfs-3g"_s, u"-o"_s, u"rw,"_s + owner + u',' + masks + u",windows_names"_s,
-          u"/dev/sdb1"_s, u"/proc/self/fd/3"_s}},
-        {u"ntfs3"_s,
-         u"rw,nosuid,noatime"_s,
-         u"rw,uid=1000,gid=1000,iocharset=utf8"_s,
-         {u"mount"_s, u"-t"_s, u"ntfs3"_s, u"-o"_s,
-          u"rw,nosuid,noatime,uid=1000,gid=1000,iocharset=utf8"_s, u"/dev/sdb1"_s}},
-    };
+    system.addMount(u"/dev/sdb1"_s, target, u"ntfs3"_s, u"rw,nosuid,noatime"_s,
+                    u"rw,uid=1000,gid=1000,iocharset=utf8"_s);
     simulate();
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.options.toStdString());
-        system.removeMount(target);
-        system.addMount(u"/dev/sdb1"_s, target, c.fsType, c.options, c.superOptions);
-        calls.clear();
-        handed.clear();
-        EXPECT_EQ(sendTo(u"sdb1"_s, helper::kRepair, user(0)), u""_s);
-        EXPECT_EQ(calls.value(1), QStringList({u"ntfsfix"_s, u"-d"_s, u"/dev/sdb1"_s}));
-        EXPECT_EQ(calls.value(2), c.restored);
-        EXPECT_EQ(handed.value(2), target);
-    }
+    EXPECT_EQ(sendTo(u"sdb1"_s, helper::kRepair, user(0)), u""_s);
+    EXPECT_EQ(calls.mid(1),
+              QList<QStringList>(
+                  {{u"ntfsfix"_s, u"-d"_s, u"/dev/sdb1"_s},
+                   {u"mount"_s, u"-t"_s, u"ntfs3"_s, u"-o"_s,
+                    u"rw,nosuid,noatime,uid=1000,gid=1000,iocharset=utf8"_s, u"/dev/sdb1"_s}}));
+    EXPECT_EQ(handed.value(2), target);
 }
 
-// Whatever changes between the request and each step, the volume is never mounted anywhere but
-// the held folder, and the answer says what happened.
+// What changes between the request and the remount stops the work, and the answer says why. (A
+// folder swapped for a link is tried with the real tools in the mount-safety test.)
 TEST_F(HelperCommandsTest, ChangesDuringTheWorkStopIt) {
-    const QString target = system.folder(u"media/s"_s);
-    const QString elsewhere = system.folder(u"etc-like"_s);
-    QFile numberFile(system.path(u"sys/class/block/sdb1/dev"_s));
-    ASSERT_TRUE(numberFile.open(QIODevice::ReadOnly));
-    const QByteArray number = numberFile.readAll();
-    struct Case {
-        const char *what;
+    const QString target = system.folder(u"media/s"_s), elsewhere = system.folder(u"etc-like"_s);
+    const struct {
         std::function<void()> afterUnmount;
         QString answer;
-    };
-    const QList<Case> cases{
-        {"folder swapped for a link",
-         [&] {
-             QDir().rename(target, target + u".away"_s);
-             QFile::link(elsewhere, target);
-         },
-         u"stays unmounted"_s},
-        {"device replaced", [&] { system.writeFile(u"sys/class/block/sdb1/dev"_s, "8:99\n"); },
+    } cases[]{
+        {[&] { system.writeFile(u"sys/class/block/sdb1/dev"_s, "8:99\n"); },
          u"no longer the device"_s},
-        {"mounted elsewhere meanwhile",
-         [&] { system.addMount(u"/dev/sdb1"_s, elsewhere, u"fuseblk"_s, u"rw"_s); },
+        {[&] { system.addMount(u"/dev/sdb1"_s, elsewhere, u"fuseblk"_s); },
          u"mounted at .*etc-like by something else"_s},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.what);
-        system.removeMount(target);
-        system.removeMount(elsewhere);
-        QFile::remove(target);
-        QDir().rename(target + u".away"_s, target);
-        system.writeFile(u"sys/class/block/sdb1/dev"_s, number);
+    for (const auto &c : cases) {
         system.addMount(u"/dev/sdb1"_s, target, u"fuseblk"_s, u"ro"_s);
         simulate();
-        const auto simulated = script;
-        script = [&, simulated](const QStringList &call) {
+        script = [&, simulated = script](const QStringList &call) {
             const helper::ToolResult answer = simulated(call);
             if (call[0] == u"umount"_s)
                 c.afterUnmount();
             return answer;
         };
-        calls.clear();
         const QString text = sendTo(u"sdb1"_s, helper::kMountReadWrite);
-        EXPECT_TRUE(QRegularExpression(c.answer).match(text).hasMatch()) << text.toStdString();
-        EXPECT_EQ(calls.size(), 1);
-        EXPECT_EQ(calls.value(0).value(0), u"umount"_s);
+        EXPECT_TRUE(matches(text, c.answer)) << text.toStdString();
+        EXPECT_EQ(calls, QList<QStringList>({{u"umount"_s, u"--"_s, target}}));
     }
     // A mount point below a link is refused before anything is unmounted.
-    system.removeMount(target);
     system.removeMount(elsewhere);
     QFile::link(system.path(u"media"_s), system.path(u"linked"_s));
     system.addMount(u"/dev/sdb1"_s, system.path(u"linked/s"_s), u"fuseblk"_s, u"ro"_s);
-    calls.clear();
     EXPECT_TRUE(sendTo(u"sdb1"_s, helper::kRepair).contains(u"cannot be trusted"_s));
     EXPECT_TRUE(calls.isEmpty());
 }
 
-// A failing tool's error is in the answer, and the volume is mounted again as it was.
-TEST_F(HelperCommandsTest, RenameValidatesTheLabelAndRemountsWhateverHappens) {
-    QStringList invalid{u""_s, QString(33, u'x'), QString(100000, u'x'), u"-o"_s};
-    for (const QChar c : u"\"*/:<>?\\|\t\n\u007f\u0085"_s)
-        invalid << u"a"_s + c + u"b"_s;
-    const QString target = system.folder(u"media/old"_s);
-    system.addMount(u"/dev/loop1"_s, target, u"fuseblk"_s, u"ro"_s);
-    simulate();
-    const auto rename = [this](const QString &label) {
-        calls.clear();
-        return send(helper::kRename, {{u"bsdName"_s, u"loop1"_s}, {u"newName"_s, label}});
-    };
-    for (const QString &label : {QString(32, u'x'), u"Über 😀"_s}) {
-        EXPECT_EQ(rename(label), u""_s);
-        EXPECT_EQ(calls.value(1), QStringList({u"ntfslabel"_s, u"/dev/loop1"_s, label}));
-        EXPECT_EQ(calls.value(2).value(0), u"ntfs-3g"_s);
-    }
-    for (const QString &label : invalid) {
-        SCOPED_TRACE(label.left(40).toStdString());
-        EXPECT_FALSE(rename(label).isEmpty());
-        EXPECT_TRUE(calls.isEmpty());
-    }
-    const auto simulated = script;
-    script = [&](const QStringList &call) {
-        return call[0] == u"ntfslabel"_s ? exited(1, u"Volume is corrupt. Run chkdsk."_s)
-                                         : simulated(call);
-    };
-    EXPECT_TRUE(rename(u"New"_s).contains(u"Run chkdsk"_s));
-    EXPECT_EQ(calls.value(2).value(0), u"ntfs-3g"_s);
-    EXPECT_EQ(facts.mountsOfDevice(u"loop1"_s).value(0).target, target);
-}
-
 // Open only answers: "" for a current mount target the caller can reach, a reason otherwise.
 TEST_F(HelperCommandsTest, OpenAnswersWithoutStartingAnything) {
-    const QString shared = system.path(u"media/shared"_s), closed = system.path(u"media/closed"_s);
-    ASSERT_TRUE(QDir().mkpath(shared) && QDir().mkpath(closed));
-    const auto everyone =
-        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther;
-    for (const QString &folder : {system.path({}), system.path(u"media"_s), shared})
-        QFile::setPermissions(folder, everyone);
+    const QString shared = system.folder(u"media/shared"_s), closed = system.folder(u"media/c"_s);
+    const QString link = system.path(u"media/link"_s);
     QFile::setPermissions(closed, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    QFile::link(shared, system.path(u"media/link"_s));
-    for (const QString &target : {shared, closed, system.path(u"media/link"_s)})
-        system.addMount(u"/dev/loop1"_s, target, u"fuseblk"_s, u"rw"_s);
-    Caller stranger = user();
-    stranger.uid = ::getuid() + 1;
-    stranger.gid = stranger.uid;
-    stranger.groups = {};
-    Caller owner = stranger;
-    owner.uid = ::getuid();
+    QFile::link(shared, link);
+    for (const QString &target : {shared, closed, link})
+        system.addMount(u"/dev/loop1"_s, target, u"fuseblk"_s);
+    const Caller stranger = user(::getuid() + 1, ::getuid() + 1, {});
+    const Caller owner = user(::getuid(), ::getuid() + 1, {});
     const struct {
         QString path;
         Caller caller;
@@ -503,12 +419,11 @@ TEST_F(HelperCommandsTest, OpenAnswersWithoutStartingAnything) {
     } cases[]{{shared, stranger, true},
               {closed, owner, true},
               {closed, stranger, false},
-              {system.path(u"media/link"_s), owner, false},
+              {link, owner, false},
               {system.path(u"media/none"_s), owner, false}};
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.path.toStdString());
         const QString text = send(helper::kOpen, {{u"mountPath"_s, c.path}}, c.caller);
-        EXPECT_EQ(text.isEmpty(), c.opens) << text.toStdString();
+        EXPECT_EQ(text.isEmpty(), c.opens) << c.path.toStdString() << ": " << text.toStdString();
     }
     EXPECT_TRUE(calls.isEmpty());
 }
@@ -517,7 +432,6 @@ TEST_F(HelperCommandsTest, OpenAnswersWithoutStartingAnything) {
 // is over; other uids keep their own share.
 TEST(CommandLog, RefusalsAreRateLimitedPerUid) {
     static QStringList lines;
-    lines.clear();
     const QtMessageHandler previous = qInstallMessageHandler(
         [](QtMsgType, const QMessageLogContext &, const QString &text) { lines << text; });
     std::chrono::steady_clock::time_point now{};

@@ -13,7 +13,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Planning must never run a tool or probe a volume; a call here is a finding.
+// Planning must never run a tool, probe a volume or ask polkit; a call here is a finding.
 class Forbidden : public helper::ToolRunner, public helper::VolumeProbe, public helper::Authorizer {
 public:
     helper::Authorization check(const helper::Caller &, const QString &,
@@ -42,13 +42,13 @@ bool planIsSafe(const helper::Plan &plan, const helper::DeviceFacts &facts,
     if (request.code == helper::kOpen)
         return plan.disk.isEmpty() && !plan.authorize;
     const QString device = request.parameter.value(u"bsdName"_s);
-    const QList<quint64> deviceCodes{helper::kMountReadWrite, helper::kEject, helper::kRepair,
-                                     helper::kErase, helper::kRename};
     const QStringList holders =
         request.code == helper::kEject ? facts.diskHolders(plan.disk) : facts.holders(device);
-    return deviceCodes.contains(request.code) && facts.isBlockDevice(device) &&
-           plan.disk == facts.parentDisk(device) && !facts.isSystemDisk(plan.disk) &&
-           holders.isEmpty() && plan.authorize &&
+    return QList<quint64>{helper::kMountReadWrite, helper::kEject, helper::kRepair, helper::kErase,
+                          helper::kRename}
+               .contains(request.code) &&
+           facts.isBlockDevice(device) && plan.disk == facts.parentDisk(device) &&
+           !facts.isSystemDisk(plan.disk) && holders.isEmpty() && plan.authorize &&
            (request.code != helper::kRename ||
             helper::ntfsLabelProblem(request.parameter.value(u"newName"_s)).isEmpty());
 }
@@ -60,14 +60,12 @@ bool planIsSafe(const helper::Plan &plan, const helper::DeviceFacts &facts,
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static Forbidden forbidden;
     static const helper::DeviceFacts facts;
-    static const helper::HelperCommands commands(forbidden, facts, forbidden, forbidden);
-    const QByteArrayView bytes(data, qsizetype(size));
-    // The refusal log would be most of the time spent.
-    static const bool quiet = [] {
+    static const helper::HelperCommands commands = [] {
+        // The refusal log would be most of the time spent.
         QLoggingCategory::setFilterRules(u"vantrelo.helper.*=false"_s);
-        return true;
+        return helper::HelperCommands(forbidden, facts, forbidden, forbidden);
     }();
-    Q_UNUSED(quiet)
+    const QByteArrayView bytes(data, qsizetype(size));
     const bool root = size > 0 && (data[size - 1] & 1);
     const helper::Caller caller = helper::Caller::forIds(1, root ? 0 : 1000, root ? 0 : 1000);
 
