@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -32,59 +31,54 @@ TEST(ProcessToolRunner, RunsSystemToolsWithoutAShellCapturingErrorsWithinALimit)
     EXPECT_TRUE(slept.timedOut && !slept.ok());
 }
 
-// A folder held by descriptor whose path, once renamed away, names a new empty folder.
-struct HeldFolder {
-    QTemporaryDir dir;
-    helper::UniqueFd fd;
-    HeldFolder() {
-        QDir(dir.path()).mkdir(u"held"_s);
-        fd = helper::UniqueFd(::open(QFile::encodeName(dir.filePath(u"held"_s)).constData(),
-                                     O_PATH | O_DIRECTORY | O_CLOEXEC));
-        QDir(dir.path()).rename(u"held"_s, u"moved"_s);
-        QDir(dir.path()).mkdir(u"held"_s);
+// A folder held by descriptor, then renamed to "moved" with a new empty folder in its place.
+class HeldFolder : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(QDir(dir.path()).mkdir(u"held"_s));
+        held = helper::UniqueFd(::open(QFile::encodeName(dir.filePath(u"held"_s)).constData(),
+                                       O_PATH | O_DIRECTORY | O_CLOEXEC));
+        ASSERT_TRUE(held.valid() && QDir(dir.path()).rename(u"held"_s, u"moved"_s) &&
+                    QDir(dir.path()).mkdir(u"held"_s));
     }
+
+    QTemporaryDir dir;
+    helper::UniqueFd held;
+    helper::ProcessToolRunner runner;
 };
 
 // The handed folder is the program's descriptor 3, wherever it was in the helper.
-TEST(ProcessToolRunner, HandsOneFolderToTheProgramAsDescriptor3) {
-    const HeldFolder held;
-    ASSERT_TRUE(held.fd.valid());
-    struct stat info {};
-    ASSERT_EQ(::fstat(held.fd.get(), &info), 0);
-    const QString identity = u"%1\n"_s.arg(info.st_ino);
+TEST_F(HeldFolder, IsHandedToTheProgramAsDescriptor3) {
+    const QStringList inode{u"-L"_s, u"-c"_s, u"%i"_s};
+    const QString moved =
+        runner.run(u"stat"_s, inode + QStringList{dir.filePath(u"moved"_s)}, 30s).output;
     // A copy at 3 itself, when the test process has 3 free, takes the other branch.
-    const helper::UniqueFd atThree(::fcntl(held.fd.get(), F_DUPFD_CLOEXEC, 3));
-    const helper::UniqueFd high(::fcntl(held.fd.get(), F_DUPFD_CLOEXEC, 40));
-    helper::ProcessToolRunner runner;
-    const QStringList statFd3{u"-L"_s, u"-c"_s, u"%i"_s, u"/proc/self/fd/3"_s};
-    for (const int fd : {atThree.get(), high.get()}) {
-        const auto seen = runner.run(u"stat"_s, statFd3, 30s, fd);
-        EXPECT_EQ(seen.output, identity) << fd << ": " << seen.errorOutput.toStdString();
-    }
-    EXPECT_NE(runner.run(u"stat"_s, statFd3, 30s).output, identity);
+    const helper::UniqueFd atThree(::fcntl(held.get(), F_DUPFD_CLOEXEC, 3));
+    const helper::UniqueFd high(::fcntl(held.get(), F_DUPFD_CLOEXEC, 40));
+    const QStringList fd3 = inode + QStringList{u"/proc/self/fd/3"_s};
+    for (const int fd : {atThree.get(), high.get()})
+        EXPECT_EQ(runner.run(u"stat"_s, fd3, 30s, fd).output, moved) << fd;
+    EXPECT_NE(runner.run(u"stat"_s, fd3, 30s).output, moved);
 }
 
 // mount(2) through the descriptor puts the file system on the held folder, not on whatever its
 // old path names now, with the flags asked for.
-TEST(ProcessToolRunner, MountsOntoTheHeldFolder) {
+TEST_F(HeldFolder, ReceivesTheMountWithItsFlags) {
     if (!testsupport::isRoot())
         GTEST_SKIP() << "mounting needs root";
-    const HeldFolder held;
-    helper::ProcessToolRunner runner;
-    const auto mounted = runner.mountOnto(held.fd.get(), u"vantrelo-test"_s, u"tmpfs"_s,
-                                          u"ro,nosuid,nodev,size=1m"_s);
+    const auto mounted =
+        runner.mountOnto(held.get(), u"vantrelo-test"_s, u"tmpfs"_s, u"ro,nosuid,nodev,size=1m"_s);
     ASSERT_TRUE(mounted.ok()) << mounted.errorOutput.toStdString();
-    const QString moved = held.dir.filePath(u"moved"_s);
     QStringList flags;
     for (const helper::MountEntry &mount : helper::DeviceFacts().mounts()) {
-        if (mount.target == moved)
+        if (mount.target == dir.filePath(u"moved"_s))
             flags = mount.options.split(u',');
-        EXPECT_NE(mount.target, held.dir.filePath(u"held"_s));
+        EXPECT_NE(mount.target, dir.filePath(u"held"_s));
     }
-    EXPECT_TRUE(runner.unmount(moved).ok());
+    EXPECT_TRUE(runner.unmount(dir.filePath(u"moved"_s)).ok());
     for (const QString &flag : {u"ro"_s, u"nosuid"_s, u"nodev"_s})
         EXPECT_TRUE(flags.contains(flag)) << flags.join(u',').toStdString();
-    EXPECT_FALSE(runner.mountOnto(held.fd.get(), u"vantrelo-test"_s, u"no-such-fs"_s, {}).ok());
+    EXPECT_FALSE(runner.mountOnto(held.get(), u"vantrelo-test"_s, u"no-such-fs"_s, {}).ok());
 }
 
 } // namespace
