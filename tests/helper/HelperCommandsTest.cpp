@@ -1,6 +1,5 @@
 #include "helper/HelperCommands.h"
 
-#include "helper/CommandLog.h"
 #include "tests/support/QtPrinters.h"
 
 #include <QDir>
@@ -11,9 +10,11 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <functional>
+#include <tuple>
 
 using namespace Qt::StringLiterals;
 using helper::Caller;
@@ -24,12 +25,7 @@ Caller user(uid_t uid = 1000, gid_t gid = 1001, std::vector<gid_t> groups = {100
     return {4242, 0, uid, gid, std::move(groups), false};
 }
 
-bool matches(const QString &text, const QString &pattern) {
-    return QRegularExpression(pattern).match(text).hasMatch();
-}
-
-// How the tools behave; by default they work.
-struct Tools {
+struct Tools {                // how the tools behave; by default they work
     QString type = u"ntfs"_s; // what the probe sees
     QString umountError;
     int ntfsExit = 0;
@@ -39,17 +35,18 @@ struct Tools {
 const QList<quint64> kDeviceCodes{helper::kMountReadWrite, helper::kEject, helper::kRepair,
                                   helper::kErase, helper::kRename};
 
-// The fixture stands in for polkit (allowing, noting the action), the probe and the tools (noting
-// each argv and "on FOLDER" when handed one, and changing the mount table as the kernel would),
-// and keeps a sysfs, procfs and /dev tree in a scratch folder: internal sda (sda2 holds /), sdc
-// (sdc1 is swap), sdd (sdd1 holds /usr/local), sde (below dm-0, which holds /home), sdf (sdf1
-// holds /usr); USB stick sdb, SD card mmcblk0, images loop0 (loop0p2 holds /boot) and loop1.
+// Stands in for polkit (allowing), the probe and the tools (noting each argv, and "on FOLDER" when
+// handed one; changing the mount table as the kernel would), over a scratch sysfs, procfs and /dev:
+// internal sda (sda2 holds /), sdc (sdc1 is swap), sdd (sdd1 holds /usr/local), sde (below dm-0,
+// which holds /home), sdf (sdf1 holds /usr); USB stick sdb, SD card mmcblk0, images loop0 (loop0p2
+// holds /boot) and loop1.
 class HelperCommandsTest : public ::testing::Test,
                            public helper::ToolRunner,
                            public helper::VolumeProbe,
                            public helper::Authorizer {
 protected:
     HelperCommandsTest() {
+        ::chmod(QFile::encodeName(m_dir.path()).constData(), 0755);
         for (const QString &disk :
              {u"pci/ata sda sda1 sda2"_s, u"pci/usb1 sdb sdb1"_s, u"pci/ata sdc sdc1"_s,
               u"pci/ata sdd sdd1"_s, u"pci/ata sde sde1"_s, u"pci/ata sdf sdf1"_s,
@@ -66,11 +63,7 @@ protected:
     }
     QString path(const QString &relative) const { return m_dir.filePath(relative); }
     QString folder(const QString &relative) const { // to mount on, reachable by everyone
-        QDir().mkpath(path(relative));
-        for (QString at = path(relative); at.startsWith(m_dir.path()); at = QFileInfo(at).path())
-            QFile::setPermissions(at, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
-                                          QFile::ReadOther | QFile::ExeOther);
-        return path(relative);
+        return QDir().mkpath(path(relative)) ? path(relative) : QString();
     }
     void writeFile(const QString &relative, const QByteArray &content) const {
         QDir().mkpath(QFileInfo(path(relative)).path());
@@ -170,10 +163,15 @@ private:
 };
 
 // A system disk (below /, /home through device-mapper, swap, /usr, /boot), a device with holders,
-// a bad label or an unknown code gets a reason, and nothing runs or is asked. (Hostile device
-// names are the fuzz target's.)
+// or a bad label gets a reason, and nothing runs or is asked; root's 40 refusals are logged up to
+// its share of a minute. (Hostile names and unknown codes are the fuzz target's.)
 TEST_F(HelperCommandsTest, GuardsRefuseBeforeAnythingRuns) {
     writeFile(u"sys/class/block/mmcblk0p1/holders/dm-1"_s, {});
+    static int rootLines = 0;
+    const QtMessageHandler previous =
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &text) {
+            rootLines += text.startsWith(u"uid 0 "_s);
+        });
     for (const quint64 code : kDeviceCodes) {
         SCOPED_TRACE(code);
         for (const QString &name : {u"sda"_s, u"sda1"_s, u"sde1"_s, u"dm-0"_s, u"sdc"_s, u"sdc1"_s,
@@ -182,16 +180,14 @@ TEST_F(HelperCommandsTest, GuardsRefuseBeforeAnythingRuns) {
                 << name.toStdString();
         const QString held = sendTo(code == helper::kEject ? u"mmcblk0"_s : u"mmcblk0p1"_s, code);
         EXPECT_TRUE(held.contains(u"dm-1"_s)) << held.toStdString();
-        EXPECT_TRUE(send(code, {{u"name"_s, u"Data"_s}}).contains(u"bsdName"_s));
     }
     for (const QString &label : {u""_s, QString(33, u'x'), u"-o"_s, u"a?b"_s, u"a\nb"_s})
         EXPECT_FALSE(
             send(helper::kRename, {{u"bsdName"_s, u"sdb1"_s}, {u"newName"_s, label}}).isEmpty())
             << label.toStdString();
-    for (const quint64 code : {quint64(5), quint64(6), quint64(9), ~quint64(0)})
-        EXPECT_TRUE(sendTo(u"loop1"_s, code).contains(u"not support"_s)) << code;
-    EXPECT_TRUE(calls.isEmpty());
-    EXPECT_TRUE(actions.isEmpty());
+    qInstallMessageHandler(previous);
+    EXPECT_EQ(rootLines, 20);
+    EXPECT_TRUE(calls.isEmpty() && actions.isEmpty());
 }
 
 // The view is kept until the mount table is said to have changed; a new swap area counts at once,
@@ -237,8 +233,7 @@ TEST_F(HelperCommandsTest, ActionVariantFollowsTheDiskAndTheOwner) {
             actions.clear();
             const helper::Plan plan = commands.plan(
                 {1, code, {{u"bsdName"_s, c.device}, {u"newName"_s, u"X"_s}}}, user(c.caller));
-            ASSERT_TRUE(plan.authorize);
-            EXPECT_EQ(plan.authorize(), u""_s);
+            ASSERT_TRUE(plan.authorize && plan.authorize().isEmpty());
             const QString action = u"com.corvin.vantrelo."_s + helper::commandName(code);
             EXPECT_EQ(actions, c.caller == 0 ? QStringList() : QStringList{action + c.suffix});
         }
@@ -246,17 +241,12 @@ TEST_F(HelperCommandsTest, ActionVariantFollowsTheDiskAndTheOwner) {
     EXPECT_TRUE(calls.isEmpty());
 }
 
-// Every way a remount can fail or not apply gets its answer; the volume stays, or is back with its
-// own flags, read-only where it was, and nothing is ever forced (every call is known). A remount
-// that works is the caller's: its own uid, nosuid, nodev, and masks that keep others from writing,
-// on the held folder.
+// A remount that works is the caller's (own uid, nosuid, nodev, masks that keep others from
+// writing) on the held folder; one that fails or does not apply says why and leaves the volume, or
+// puts it back with its own flags, read-only where it was. Nothing is ever forced.
 TEST_F(HelperCommandsTest, MountReadWriteIsTheCallersOrExplainsAndRestores) {
     const QString target = folder(u"media/x"_s);
-    QFile::setPermissions(target, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
-                                      QFile::ReadGroup | QFile::ExeGroup);
-    const QString ntfs = u"ntfs"_s, hibernated = u"Windows is hibernated, refused to mount."_s,
-                  advice = u"shut it down fully.*Fast Startup"_s,
-                  noAccess = u"^nofulldiskaccess$"_s;
+    ::chmod(QFile::encodeName(target).constData(), 0750);
     const QString flags = u"ro,nosuid,nodev,noexec"_s, fd3 = u"/proc/self/fd/3"_s;
     const QString restore =
         flags + u",uid=%1,gid=%2,fmask=0027,dmask=0027"_s.arg(::getuid()).arg(::getgid());
@@ -269,37 +259,30 @@ TEST_F(HelperCommandsTest, MountReadWriteIsTheCallersOrExplainsAndRestores) {
     // clang-format off
     const struct {
         const char *what;
-        bool mounted, fuse;
         Tools tools;
         QString answer;  // a pattern
         qsizetype steps; // how many of unmount, read/write mount, restore run
     } cases[]{
-        {"works", true, true, {}, u"^$"_s, 2},
-        {"hibernated", true, true, {ntfs, {}, 14, hibernated}, advice, 3},
-        {"not NTFS", true, true, {u"ext4"_s, {}, 0, {}}, u"not NTFS"_s, 0},
-        {"busy", true, true, {ntfs, u"target is busy"_s, 0, {}}, u"in use.*target is busy"_s, 1},
-        {"not mounted", false, true, {}, u"not mounted"_s, 0},
-        {"no fuse (last: it stays removed)", true, false, {}, noAccess, 0},
+        {"works", {}, u"^$"_s, 2},
+        {"hibernated", {u"ntfs"_s, {}, 14, u"Windows is hibernated, refused to mount."_s}, u"shut it down fully.*Fast Startup"_s, 3},
+        {"not NTFS", {u"ext4"_s, {}, 0, {}}, u"not NTFS"_s, 0},
+        {"busy", {u"ntfs"_s, u"target is busy"_s, 0, {}}, u"in use.*target is busy"_s, 1},
     };
     // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         removeMount(target);
-        if (c.mounted)
-            addMount(u"/dev/sdb1"_s, target, u"fuseblk"_s, flags + u",relatime"_s);
-        if (!c.fuse)
-            QFile::remove(path(u"dev/fuse"_s));
+        addMount(u"/dev/sdb1"_s, target, u"fuseblk"_s, flags + u",relatime"_s);
         tools = c.tools;
         const QString text = sendTo(u"sdb1"_s, helper::kMountReadWrite);
-        EXPECT_TRUE(matches(text, c.answer)) << text.toStdString();
+        EXPECT_TRUE(QRegularExpression(c.answer).match(text).hasMatch()) << text.toStdString();
         EXPECT_EQ(calls, steps.first(c.steps));
         const QList<helper::MountEntry> now = facts.mountsOfDevice(u"sdb1"_s);
-        ASSERT_EQ(now.size(), c.mounted ? 1 : 0);
-        EXPECT_TRUE(!c.mounted ||
-                    (now[0].target == target && now[0].readOnly() == !text.isEmpty()));
+        ASSERT_EQ(now.size(), 1);
+        EXPECT_EQ(now[0].target, target);
+        EXPECT_EQ(now[0].readOnly(), !text.isEmpty());
     }
     // The helper's record now says whose the writable mount is.
-    QFile(path(u"dev/fuse"_s)).open(QIODevice::WriteOnly);
     tools = {};
     ASSERT_EQ(sendTo(u"sdb1"_s, helper::kMountReadWrite), u""_s);
     actions.clear();
@@ -309,8 +292,8 @@ TEST_F(HelperCommandsTest, MountReadWriteIsTheCallersOrExplainsAndRestores) {
                                     u"com.corvin.vantrelo.repair-others"_s}));
 }
 
-// What changes between the request and the remount stops the work, and the answer says why. (A
-// folder swapped for a link is tried with the real tools in the mount-safety test.)
+// What changes between the request and the remount stops the work. (A folder swapped for a link is
+// tried with the real tools in the mount-safety test.)
 TEST_F(HelperCommandsTest, ChangesDuringTheWorkStopIt) {
     const QString target = folder(u"media/s"_s), elsewhere = folder(u"etc-like"_s);
     const struct {
@@ -325,11 +308,10 @@ TEST_F(HelperCommandsTest, ChangesDuringTheWorkStopIt) {
         addMount(u"/dev/sdb1"_s, target, u"fuseblk"_s, u"ro"_s);
         afterUnmount = c.afterUnmount;
         const QString text = sendTo(u"sdb1"_s, helper::kMountReadWrite);
-        EXPECT_TRUE(matches(text, c.answer)) << text.toStdString();
+        EXPECT_TRUE(QRegularExpression(c.answer).match(text).hasMatch()) << text.toStdString();
         EXPECT_EQ(calls, QList<QStringList>({{u"umount"_s, u"--"_s, target}}));
     }
     // A mount point below a link is refused before anything is unmounted.
-    afterUnmount = {};
     removeMount(elsewhere);
     QFile::link(path(u"media"_s), path(u"linked"_s));
     addMount(u"/dev/sdb1"_s, path(u"linked/s"_s), u"fuseblk"_s, u"ro"_s);
@@ -340,46 +322,21 @@ TEST_F(HelperCommandsTest, ChangesDuringTheWorkStopIt) {
 // Open only answers: "" for a current mount target the caller can reach, a reason otherwise.
 TEST_F(HelperCommandsTest, OpenAnswersWithoutStartingAnything) {
     const QString shared = folder(u"media/shared"_s), closed = folder(u"media/c"_s);
-    const QString link = path(u"media/link"_s);
-    QFile::setPermissions(closed, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const QString link = path(u"media/link"_s), none = path(u"media/none"_s);
+    ::chmod(QFile::encodeName(closed).constData(), 0700);
     QFile::link(shared, link);
     for (const QString &target : {shared, closed, link})
         addMount(u"/dev/loop1"_s, target, u"fuseblk"_s);
     const Caller stranger = user(::getuid() + 1, ::getuid() + 1, {});
     const Caller owner = user(::getuid(), ::getuid() + 1, {});
-    const struct {
-        QString path;
-        Caller caller;
-        bool opens;
-    } cases[]{{shared, stranger, true},
-              {closed, owner, true},
-              {closed, stranger, false},
-              {link, owner, false},
-              {path(u"media/none"_s), owner, false}};
-    for (const auto &c : cases) {
-        const QString text = send(helper::kOpen, {{u"mountPath"_s, c.path}}, c.caller);
-        EXPECT_EQ(text.isEmpty(), c.opens) << c.path.toStdString() << ": " << text.toStdString();
+    for (const auto &[where, caller, opens] :
+         {std::tuple(shared, stranger, true), std::tuple(closed, owner, true),
+          std::tuple(closed, stranger, false), std::tuple(link, owner, false),
+          std::tuple(none, owner, false)}) {
+        const QString text = send(helper::kOpen, {{u"mountPath"_s, where}}, caller);
+        EXPECT_EQ(text.isEmpty(), opens) << where.toStdString() << ": " << text.toStdString();
     }
     EXPECT_TRUE(calls.isEmpty());
-}
-
-// Refusals beyond a uid's share of a minute are counted, and the count is logged once the minute
-// is over; other uids keep their own share.
-TEST(CommandLog, RefusalsAreRateLimitedPerUid) {
-    static QStringList lines;
-    const QtMessageHandler previous = qInstallMessageHandler(
-        [](QtMsgType, const QMessageLogContext &, const QString &text) { lines << text; });
-    std::chrono::steady_clock::time_point now{};
-    helper::CommandLog log(2, [&now] { return now; });
-    for (int i = 0; i < 5; ++i)
-        log.refused(1000, u"refused %1"_s.arg(i));
-    log.refused(2000, u"other"_s);
-    now += std::chrono::seconds(61);
-    log.refused(1000, u"later"_s);
-    qInstallMessageHandler(previous);
-    EXPECT_EQ(lines,
-              QStringList({u"uid 1000 refused 0"_s, u"uid 1000 refused 1"_s, u"uid 2000 other"_s,
-                           u"uid 1000 : 3 more refusals were not logged"_s, u"uid 1000 later"_s}));
 }
 
 } // namespace

@@ -6,11 +6,8 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 
 #include <gtest/gtest.h>
-
-#include <sys/stat.h>
 
 #include <functional>
 
@@ -36,10 +33,9 @@ public:
     }
 };
 
-// An NTFS loop volume mounted read-only by root at a folder everyone can reach, made writable for
-// nobody by the helper's commands in this process around the real tools; between unmount and
-// mount the folder is swapped for a link to another folder. The volume goes nowhere, and the
-// answer says so.
+// A read-only NTFS loop volume made writable for nobody, by the helper's commands around the real
+// tools, while its folder is swapped for a link between unmount and mount: the volume goes
+// nowhere, and the answer says so.
 TEST(MountSafety, AMountPointSwappedForALinkNeverReceivesTheVolume) {
     if (!testsupport::isRoot())
         GTEST_SKIP() << "needs root to attach loop devices and mount them";
@@ -49,9 +45,6 @@ TEST(MountSafety, AMountPointSwappedForALinkNeverReceivesTheVolume) {
         << why.toStdString();
     const QString target = image->mount(image->device(), u"ntfs"_s, true, &why);
     ASSERT_FALSE(target.isEmpty()) << why.toStdString();
-    for (QString at = QFileInfo(target).path(); at.startsWith(image->scratchDir());
-         at = QFileInfo(at).path())
-        ::chmod(QFile::encodeName(at).constData(), 0755);
     const QString decoy = image->scratchDir() + u"/decoy"_s;
     ASSERT_TRUE(QDir().mkpath(decoy));
 
@@ -69,9 +62,7 @@ TEST(MountSafety, AMountPointSwappedForALinkNeverReceivesTheVolume) {
                                      {1, 0, 65534, 65534, {65534}, false})
                              .value(u"result"_s, u"<missing>"_s);
     EXPECT_TRUE(text.contains(u"stays unmounted"_s)) << text.toStdString();
-    EXPECT_TRUE(facts.mountsOfDevice(device).isEmpty());
-    for (const helper::MountEntry &mount : facts.mounts())
-        EXPECT_NE(mount.target, decoy);
+    EXPECT_TRUE(facts.mountsOfDevice(device).isEmpty()); // at the decoy or anywhere
 }
 
 } // namespace

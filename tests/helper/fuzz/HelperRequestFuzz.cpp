@@ -1,4 +1,3 @@
-#include "helper/DeviceFacts.h"
 #include "helper/HelperCommands.h"
 #include "helper/HelperServer.h"
 #include "helper/RequestValidation.h"
@@ -68,15 +67,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const QByteArrayView bytes(data, qsizetype(size));
     const bool root = size > 0 && (data[size - 1] & 1);
     const helper::Caller caller = helper::Caller::forIds(1, root ? 0 : 1000, root ? 0 : 1000);
-
     wire::FrameReader reader;
     QList<wire::Request> requests;
     const qsizetype cut = bytes.isEmpty() ? 0 : qsizetype(data[0]) % (bytes.size() + 1);
     if (helper::readRequests(reader, bytes.first(cut), &requests))
         helper::readRequests(reader, bytes.sliced(cut), &requests);
-    for (const wire::Request &request : std::as_const(requests)) {
+    for (const wire::Request &request : std::as_const(requests))
         if (!planIsSafe(commands.plan(request, caller), facts, request))
             std::abort();
-    }
     return 0;
 }
