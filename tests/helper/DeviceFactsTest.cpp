@@ -80,14 +80,14 @@ TEST(DeviceFacts, LoopVolumeMountsAndOwnersAreTheKernelsNotTheirNames) {
     }
     const helper::DeviceFacts facts;
     const QList<MountEntry> mounts = facts.mountsOfDevice(disk);
+    EXPECT_EQ(facts.mountsOfDisk(disk).size(), 1);
+    EXPECT_EQ(::umount2(QFile::encodeName(spoofed).constData(), MNT_DETACH), 0);
     ASSERT_EQ(mounts.size(), 1);
     EXPECT_EQ(mounts[0].target, folder);
-    EXPECT_EQ(facts.mountsOfDisk(disk).size(), 1);
     EXPECT_EQ(facts.ownerOf(mounts[0], helper::MountRecord()), 65534u);
     MountEntry overmounted = mounts[0]; // the folder is no longer that mount's root
     overmounted.mountId += 100000;
     EXPECT_EQ(facts.ownerOf(overmounted, helper::MountRecord()), std::nullopt);
-    EXPECT_EQ(::umount2(QFile::encodeName(spoofed).constData(), MNT_DETACH), 0);
     EXPECT_TRUE(image->unmount(folder));
 
     const QString file = image->scratchDir() + u"/disk.img"_s;
