@@ -51,24 +51,18 @@ TEST(DeviceFacts, OwnerComesFromTheRecordOrANumericUidOption) {
     EXPECT_EQ(record.mountedFor(recorded), std::nullopt);
 }
 
-// A real ntfs-3g mount carries the loop device's number and belongs to the owner of its root; a
-// FUSE mount whose source names the device, as fusermount makes for any user who asks for that
-// fsname, has an anonymous number and is not the device's. The loop device is external for root
-// and for whoever owns the very file it reads.
-TEST(DeviceFacts, LoopVolumeMountsAndOwnersAreTheKernelsNotTheirNames) {
+// A FUSE mount whose source names a loop device, as fusermount makes for any user who asks for
+// that fsname, has an anonymous number and is not the device's. The loop device is external for
+// root and for whoever owns the very file it reads.
+TEST(DeviceFacts, LoopDevicesAreKnownByTheKernelsNumbersAndFiles) {
     if (!testsupport::isRoot())
         GTEST_SKIP() << "needs root to attach loop devices";
     QString why;
     const auto image = testsupport::LoopImage::create(8, &why);
-    ASSERT_TRUE(image && image->format(image->device(), u"ntfs"_s, u"Data"_s, &why))
-        << why.toStdString();
+    ASSERT_TRUE(image) << why.toStdString();
     const QString disk = testsupport::LoopImage::kernelName(image->device());
-    const QString folder = image->scratchDir() + u"/volume"_s,
-                  spoofed = image->scratchDir() + u"/spoofed"_s;
-    ASSERT_TRUE(QDir().mkpath(folder) && QDir().mkpath(spoofed));
-    ASSERT_TRUE(testsupport::runCommand(
-                    u"ntfs-3g"_s, {u"-o"_s, u"uid=65534,gid=65534"_s, image->device(), folder})
-                    .ok());
+    const QString spoofed = image->scratchDir() + u"/spoofed"_s;
+    ASSERT_TRUE(QDir().mkpath(spoofed));
     {
         const helper::UniqueFd fuse(::open("/dev/fuse", O_RDWR | O_CLOEXEC));
         const QByteArray data =
@@ -79,16 +73,9 @@ TEST(DeviceFacts, LoopVolumeMountsAndOwnersAreTheKernelsNotTheirNames) {
                   0); // no daemon serves it: only the mount table matters
     }
     const helper::DeviceFacts facts;
-    const QList<MountEntry> mounts = facts.mountsOfDevice(disk);
-    EXPECT_EQ(facts.mountsOfDisk(disk).size(), 1);
+    const bool taken = !facts.mountsOfDevice(disk).isEmpty() || !facts.mountsOfDisk(disk).isEmpty();
     EXPECT_EQ(::umount2(QFile::encodeName(spoofed).constData(), MNT_DETACH), 0);
-    ASSERT_EQ(mounts.size(), 1);
-    EXPECT_EQ(mounts[0].target, folder);
-    EXPECT_EQ(facts.ownerOf(mounts[0], helper::MountRecord()), 65534u);
-    MountEntry overmounted = mounts[0]; // the folder is no longer that mount's root
-    overmounted.mountId += 100000;
-    EXPECT_EQ(facts.ownerOf(overmounted, helper::MountRecord()), std::nullopt);
-    EXPECT_TRUE(image->unmount(folder));
+    EXPECT_FALSE(taken);
 
     const QString file = image->scratchDir() + u"/disk.img"_s;
     ASSERT_EQ(::chown(QFile::encodeName(file).constData(), 65534, 65534), 0);

@@ -30,54 +30,31 @@ TEST(ProcessToolRunner, RunsSystemToolsByNameWithoutAShellCapturingErrorsWithinA
     EXPECT_TRUE(slept.timedOut && !slept.ok());
 }
 
-// A folder held by descriptor, then renamed to "moved" with a new empty folder in its place.
-class HeldFolder : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_TRUE(QDir(dir.path()).mkdir(u"held"_s));
-        held = helper::UniqueFd(::open(QFile::encodeName(dir.filePath(u"held"_s)).constData(),
-                                       O_PATH | O_DIRECTORY | O_CLOEXEC));
-        ASSERT_TRUE(held.valid() && QDir(dir.path()).rename(u"held"_s, u"moved"_s) &&
-                    QDir(dir.path()).mkdir(u"held"_s));
-    }
-
-    QTemporaryDir dir;
-    helper::UniqueFd held;
-    helper::ProcessToolRunner runner;
-};
-
-// The handed folder is the program's descriptor 3, wherever it was in the helper.
-TEST_F(HeldFolder, IsHandedToTheProgramAsDescriptor3) {
-    const QStringList inode{u"-L"_s, u"-c"_s, u"%i"_s};
-    const QString moved =
-        runner.run(u"stat"_s, inode + QStringList{dir.filePath(u"moved"_s)}, 30s).output;
-    // A copy at 3 itself, when the test process has 3 free, takes the other branch.
-    const helper::UniqueFd atThree(::fcntl(held.get(), F_DUPFD_CLOEXEC, 3));
-    const helper::UniqueFd high(::fcntl(held.get(), F_DUPFD_CLOEXEC, 40));
-    const QStringList fd3 = inode + QStringList{u"/proc/self/fd/3"_s};
-    for (const int fd : {atThree.get(), high.get()})
-        EXPECT_EQ(runner.run(u"stat"_s, fd3, 30s, fd).output, moved) << fd;
-    EXPECT_NE(runner.run(u"stat"_s, fd3, 30s).output, moved);
-}
-
-// mount(2) through the descriptor puts the file system on the held folder, not on whatever its
-// old path names now, with the flags asked for.
-TEST_F(HeldFolder, ReceivesTheMountWithItsFlags) {
+// mount(2) through a held folder's descriptor puts the file system on that folder, even once its
+// path names another one, with the flags asked for.
+TEST(ProcessToolRunner, MountsOntoTheHeldFolder) {
     if (!testsupport::isRoot())
         GTEST_SKIP() << "mounting needs root";
+    QTemporaryDir dir;
+    const QString held = dir.filePath(u"held"_s), moved = dir.filePath(u"moved"_s);
+    ASSERT_TRUE(QDir().mkdir(held));
+    const helper::UniqueFd fd(
+        ::open(QFile::encodeName(held).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_TRUE(fd.valid() && QDir().rename(held, moved) && QDir().mkdir(held));
+    helper::ProcessToolRunner runner;
     const auto mounted =
-        runner.mountOnto(held.get(), u"vantrelo-test"_s, u"tmpfs"_s, u"ro,nosuid,nodev,size=1m"_s);
+        runner.mountOnto(fd.get(), u"vantrelo-test"_s, u"tmpfs"_s, u"ro,nosuid,nodev,size=1m"_s);
     ASSERT_TRUE(mounted.ok()) << mounted.errorOutput.toStdString();
     QStringList flags;
     for (const helper::MountEntry &mount : helper::DeviceFacts().mounts()) {
-        if (mount.target == dir.filePath(u"moved"_s))
+        if (mount.target == moved)
             flags = mount.options.split(u',');
-        EXPECT_NE(mount.target, dir.filePath(u"held"_s));
+        EXPECT_NE(mount.target, held);
     }
-    EXPECT_TRUE(runner.unmount(dir.filePath(u"moved"_s)).ok());
+    EXPECT_TRUE(runner.unmount(moved).ok());
     for (const QString &flag : {u"ro"_s, u"nosuid"_s, u"nodev"_s})
         EXPECT_TRUE(flags.contains(flag)) << flags.join(u',').toStdString();
-    EXPECT_FALSE(runner.mountOnto(held.get(), u"vantrelo-test"_s, u"no-such-fs"_s, {}).ok());
+    EXPECT_FALSE(runner.mountOnto(fd.get(), u"vantrelo-test"_s, u"no-such-fs"_s, {}).ok());
 }
 
 } // namespace
