@@ -146,12 +146,10 @@ TEST_F(CommandChannel, RepliesOfAnyValueTypeReachTheirHandler) {
             },
             [&](const QString &) { ++errors; });
     }
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            QMutexLocker lock(&mutex);
-            return replies.size() == 4;
-        },
-        kBound));
+    ASSERT_TRUE(waitUntil([&] {
+        QMutexLocker lock(&mutex);
+        return replies.size() == 4;
+    }));
     for (const quint64 code : {kMountReadWrite, kHelperVersion, kRename}) {
         EXPECT_EQ(replies[code].value(u"result"_s), QVariant(5)) << code;
         EXPECT_EQ(resultOf(replies[code]), std::nullopt) << code;
