@@ -58,17 +58,17 @@ TEST_F(LanguageSwitchTest, EachLanguageAnswersEveryLaterLookup) {
         {u"en"_s, u"Eject"_s},     {u"zh-Hans"_s, u"推出"_s}, {u"ja"_s, u"取り出す"_s},
         {u"de"_s, u"Auswerfen"_s}, {u"fr"_s, u"Éjecter"_s},
     };
-    const BundleSub *bundle = BundleSub::mainBundle();
     for (const auto &[language, eject] : expected) {
         MuLanguage::setLanguage(language);
         EXPECT_EQ(MuLanguage::language(), language);
         EXPECT_EQ(qtTrId("disk_action_eject"), eject);
         EXPECT_EQ(QCoreApplication::translate(nullptr, "disk_action_eject"), eject);
-        EXPECT_EQ(bundle->localizedStringForKey(u"nope_key"_s, u"fallback"_s), u"fallback"_s);
-        EXPECT_EQ(bundle->localizedStringForKey(u"nope_key"_s, u""_s), u"nope_key"_s);
-        EXPECT_EQ(bundle->localizedStringForKey(u"disk_action_eject"_s, {}, u"Other"_s),
-                  u"disk_action_eject"_s);
     }
+    const BundleSub *bundle = BundleSub::mainBundle();
+    EXPECT_EQ(bundle->localizedStringForKey(u"nope_key"_s, u"fallback"_s), u"fallback"_s);
+    EXPECT_EQ(bundle->localizedStringForKey(u"nope_key"_s, u""_s), u"nope_key"_s);
+    EXPECT_EQ(bundle->localizedStringForKey(u"disk_action_eject"_s, {}, u"Other"_s),
+              u"disk_action_eject"_s);
     for (const QString &code : {QString(), u""_s, u"zh-Hant"_s, u"../en"_s}) {
         MuLanguage::setLanguage(u"ja"_s);
         MuLanguage::setLanguage(code);
@@ -87,7 +87,6 @@ TEST_F(LanguageSwitchTest, StartupChoiceFollowsAppleLanguages) {
     UserDefaults::standard().setObject(u"de"_s, u"AppleLanguages"_s);
     MuLanguage::applyPreferredLanguage();
     EXPECT_EQ(MuLanguage::language(), u"en"_s);
-
     UserDefaults::standard().setObject(QVariant(), u"AppleLanguages"_s);
     MuLanguage::applyPreferredLanguage();
     EXPECT_EQ(MuLanguage::language(), u"zh-Hans"_s);
@@ -199,24 +198,12 @@ TEST(TranslationChecker, FindsEachKindOfFault) {
     }
 }
 
-TEST(TranslationChecker, FindsKeysInSourcesAndDesignerFiles) {
-    QTemporaryDir root;
-    for (const auto &[path, text] :
-         {std::pair{"/ui/a/View.cpp", "x = qtTrId( \"k_code\"); QT_TRID_NOOP(\"k_noop\")"},
-          {"/ui/View.ui", "<string notr=\"true\" id=\"k_ui\">Text</string>"},
-          {"/tests/T.cpp", "qtTrId(\"k_test\")"}}) {
-        QFile file(root.path() + QLatin1String(path));
-        QDir().mkpath(QFileInfo(file).path());
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(text) > 0);
-    }
-    EXPECT_EQ(keysUsedInCode(root.path()), (QSet<QString>{u"k_code"_s, u"k_noop"_s, u"k_ui"_s}));
-}
-
 TEST(StringTables, EveryKeyInEveryLanguageWithTheSamePlaceholders) {
     // The English table holds the texts of screens not built yet as well.
     const Table english = readTable(u"en"_s);
-    const QSet<QString> keys = keysUsedInCode(QStringLiteral(VANTRELO_SOURCE_DIR)) +
-                               QSet<QString>(english.keyBegin(), english.keyEnd());
+    const QSet<QString> used = keysUsedInCode(QStringLiteral(VANTRELO_SOURCE_DIR));
+    ASSERT_TRUE(used.contains(u"disk_action_eject"_s)); // the key finder works
+    const QSet<QString> keys = used + QSet<QString>(english.keyBegin(), english.keyEnd());
     ASSERT_EQ(TranslationFiles::languages().size(), 5);
     for (const QString &language : TranslationFiles::languages()) {
         const QString problems = tableProblems(language, readTable(language), english, keys);
