@@ -38,13 +38,15 @@ QList<QByteArray> events(int from, int to) {
 }
 
 AnalyticsConfiguration configFor(const LocalCollectServer &server, const QTemporaryDir &dir) {
-    return {.measurementId = u"G-TEST123"_s,
-            .apiSecret = u"s3cret"_s,
-            .endpoint = server.endpoint(),
-            .queueFilePath = dir.filePath(u"queue"_s),
-            .requestTimeout = 400ms,
-            .initialRetryDelay = 10ms,
-            .maxRetryDelay = 80ms};
+    AnalyticsConfiguration c;
+    c.measurementId = u"G-TEST123"_s;
+    c.apiSecret = u"s3cret"_s;
+    c.endpoint = server.endpoint();
+    c.queueFilePath = dir.filePath(u"queue"_s);
+    c.requestTimeout = 400ms;
+    c.initialRetryDelay = 10ms;
+    c.maxRetryDelay = 80ms;
+    return c;
 }
 
 // Events in the order they arrived do not matter; each one arriving exactly once does.
