@@ -3,8 +3,6 @@
 #include "tests/support/SystemCommand.h"
 #include "tests/support/Wait.h"
 
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QFileInfo>
 #include <QProcessEnvironment>
 
@@ -23,30 +21,14 @@ namespace {
 
 const QString kPolkitd = u"/usr/lib/polkit-1/polkitd"_s;
 const QString kInstalledPolicy = u"/usr/share/polkit-1/actions/com.corvin.vantrelo.policy"_s;
-const QString kRulesDir = u"/etc/polkit-1/rules.d"_s;
 const QString kLockFile = u"/run/vantrelo-test-polkit.lock"_s;
 // Present while the installed policy is one a test put there.
 const QString kInstalledByTest = u"/run/vantrelo-test-polkit.installed"_s;
 
-// Anyone may connect and own names: the bus only carries polkit's questions for one test.
-const char kBusConfig[] =
-    R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=%1</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow own="*"/>
-    <allow send_type="method_call"/>
-    <allow send_type="method_return"/>
-    <allow send_type="error"/>
-    <allow send_type="signal"/>
-    <allow receive_type="*"/>
-  </policy>
-</busconfig>
-)";
+// Anyone may connect, own names and send: the bus only carries polkit's questions for one test.
+const char kBusConfig[] = R"(<busconfig><type>system</type><listen>unix:path=%1</listen>
+<auth>EXTERNAL</auth><policy context="default"><allow user="*"/><allow own="*"/>
+<allow send_destination="*"/><allow receive_sender="*"/></policy></busconfig>)";
 
 bool fail(QString *why, const QString &text) {
     *why = text;
@@ -54,25 +36,14 @@ bool fail(QString *why, const QString &text) {
 }
 
 void stopProcess(QProcess *process) {
-    if (process->state() == QProcess::NotRunning)
-        return;
     process->terminate();
-    if (!process->waitForFinished(10000)) {
+    if (process->state() != QProcess::NotRunning && !process->waitForFinished(10000)) {
         process->kill();
         process->waitForFinished();
     }
 }
 
-QString userName(uid_t uid) {
-    const passwd *entry = ::getpwuid(uid);
-    return entry ? QString::fromLocal8Bit(entry->pw_name) : QString();
-}
-
 } // namespace
-
-PrivatePolkit::~PrivatePolkit() {
-    stop();
-}
 
 QString PrivatePolkit::address() const {
     // Without the server's guid, so a bus started again at the same socket is accepted.
@@ -80,79 +51,60 @@ QString PrivatePolkit::address() const {
 }
 
 bool PrivatePolkit::start(const QString &policyFile, QString *why) {
-    if (!isRoot())
-        return fail(why, u"polkitd and its rules folder need root"_s);
-    if (!QFileInfo(kPolkitd).isExecutable())
-        return fail(why, kPolkitd + u" is not installed"_s);
-    if (!m_dir.isValid())
-        return fail(why, u"no temporary folder"_s);
+    if (!isRoot() || !QFileInfo(kPolkitd).isExecutable() || !m_dir.isValid())
+        return fail(why, u"needs root, a temporary folder and "_s + kPolkitd);
     // polkitd runs as its own user and must reach the socket.
     ::chmod(QFile::encodeName(m_dir.path()).constData(), 0755);
-    if (installPolicy(policyFile, why) && startBus(why) && startPolkitd(why))
+    if (!installPolicy(policyFile))
+        return fail(why, u"cannot install "_s + policyFile);
+    if (startProcesses(why))
         return true;
     stop();
     return false;
 }
 
-bool PrivatePolkit::startBus(QString *why) {
+bool PrivatePolkit::startProcesses(QString *why) {
     QFile config(m_dir.filePath(u"bus.conf"_s));
-    const QByteArray text =
-        QString::fromLatin1(kBusConfig).arg(m_dir.filePath(u"system_bus_socket"_s)).toUtf8();
-    if (!config.open(QIODevice::WriteOnly) || config.write(text) != text.size())
+    if (!config.open(QIODevice::WriteOnly) ||
+        config.write(
+            QString::fromLatin1(kBusConfig).arg(m_dir.filePath(u"system_bus_socket"_s)).toUtf8()) <
+            0)
         return fail(why, u"cannot write the bus configuration"_s);
     config.close();
-    // Into files, so that a talkative process never blocks on a full pipe nobody reads.
-    m_bus.setStandardErrorFile(m_dir.filePath(u"dbus-daemon.log"_s), QIODevice::Append);
+    // Logs go to files, so a talkative process never blocks on a full pipe nobody reads.
+    const QString log = m_dir.filePath(u"bus-and-polkitd.log"_s);
+    m_bus.setStandardErrorFile(log, QIODevice::Append);
     m_bus.start(u"dbus-daemon"_s,
                 {u"--config-file="_s + config.fileName(), u"--nofork"_s, u"--print-address"_s});
     // The socket file exists before the bus listens; the printed address means it does.
     while (m_bus.waitForReadyRead(10000) && !m_bus.canReadLine()) {
     }
-    if (!m_bus.canReadLine())
-        return fail(why, u"dbus-daemon did not start: "_s + logOf(u"dbus-daemon"_s));
-    m_bus.readLine();
-    return true;
-}
-
-bool PrivatePolkit::startPolkitd(QString *why) {
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, address());
     m_polkitd.setProcessEnvironment(environment);
     m_polkitd.setProcessChannelMode(QProcess::MergedChannels);
-    m_polkitd.setStandardOutputFile(m_dir.filePath(u"polkitd.log"_s), QIODevice::Append);
-    m_polkitd.start(kPolkitd, {u"--no-debug"_s});
-    if (!m_polkitd.waitForStarted())
-        return fail(why, u"polkitd did not start"_s);
-    const QString name = u"vantrelo-test-polkit-%1"_s.arg(quintptr(this));
-    bool owned = false;
-    {
-        QDBusConnection bus = QDBusConnection::connectToBus(address(), name);
-        owned = waitUntil([&] {
-            return m_polkitd.state() == QProcess::Running &&
-                   bus.interface()->isServiceRegistered(u"org.freedesktop.PolicyKit1"_s).value();
-        });
-    }
-    QDBusConnection::disconnectFromBus(name);
-    if (!owned)
-        return fail(why, u"polkitd never took its name on the bus: "_s + logOf(u"polkitd"_s));
-    return true;
+    m_polkitd.setStandardOutputFile(log, QIODevice::Append);
+    if (m_bus.canReadLine())
+        m_polkitd.start(kPolkitd, {u"--no-debug"_s});
+    if (waitUntil(
+            [&] { return m_polkitd.state() == QProcess::Running && unsigned(pkcheck(0)) <= 3; }))
+        return true;
+    QFile text(log);
+    return fail(why, u"the bus or polkitd did not start: "_s +
+                         QString::fromLocal8Bit(text.open(QIODevice::ReadOnly) ? text.readAll()
+                                                                               : QByteArray()));
 }
 
-QString PrivatePolkit::logOf(const QString &program) const {
-    QFile log(m_dir.filePath(program + u".log"_s));
-    return log.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(log.readAll()) : QString();
-}
-
-bool PrivatePolkit::installPolicy(const QString &policyFile, QString *why) {
+bool PrivatePolkit::installPolicy(const QString &policyFile) {
     m_policyLock.setFileName(kLockFile);
     if (!m_policyLock.open(QIODevice::ReadWrite))
-        return fail(why, u"cannot open "_s + kLockFile);
+        return false;
     ::flock(m_policyLock.handle(), LOCK_EX);
     const bool installed =
         QFileInfo::exists(kInstalledPolicy) || (QFile::copy(policyFile, kInstalledPolicy) &&
                                                 QFile(kInstalledByTest).open(QIODevice::WriteOnly));
     ::flock(m_policyLock.handle(), LOCK_SH);
-    return installed || fail(why, u"cannot install "_s + policyFile);
+    return installed;
 }
 
 void PrivatePolkit::removePolicy() {
@@ -176,26 +128,24 @@ void PrivatePolkit::stop() {
 }
 
 bool PrivatePolkit::addRule(uid_t uid, bool grant, QString *why) {
-    const QString user = userName(uid);
-    if (user.isEmpty())
+    const passwd *user = ::getpwuid(uid);
+    if (!user)
         return fail(why, u"no user has uid %1"_s.arg(uid));
     static std::atomic<int> rules = 0;
-    const QString path =
-        kRulesDir +
-        u"/10-vantrelo-test-%1-%2.rules"_s.arg(::getpid()).arg(++rules, 4, 10, QChar(u'0'));
-    QFile rule(path);
+    QFile rule(u"/etc/polkit-1/rules.d/10-vantrelo-test-%1-%2.rules"_s.arg(::getpid())
+                   .arg(++rules, 4, 10, QChar(u'0')));
     if (!rule.open(QIODevice::WriteOnly))
-        return fail(why, u"cannot write "_s + path);
-    m_rules << path;
+        return fail(why, u"cannot write "_s + rule.fileName());
+    m_rules << rule.fileName();
     rule.write(
         u"polkit.addRule(function(action, subject) {\n"
         u"    if (action.id.indexOf(\"com.corvin.vantrelo.\") == 0 && subject.user == \"%1\")\n"
         u"        return polkit.Result.%2;\n"
-        u"});\n"_s.arg(user, grant ? u"YES"_s : u"NO"_s)
+        u"});\n"_s.arg(QString::fromLocal8Bit(user->pw_name), grant ? u"YES"_s : u"NO"_s)
             .toUtf8());
     rule.close();
     return waitUntil([&] { return pkcheck(uid) == (grant ? 0 : 1); }) ||
-           fail(why, u"polkitd never applied the rule in "_s + path);
+           fail(why, u"polkitd never applied the rule in "_s + rule.fileName());
 }
 
 int PrivatePolkit::pkcheck(uid_t uid) const {

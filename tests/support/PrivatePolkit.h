@@ -16,15 +16,15 @@ namespace testsupport {
 class PrivatePolkit {
 public:
     PrivatePolkit() = default;
-    ~PrivatePolkit();
+    ~PrivatePolkit() { stop(); }
     PrivatePolkit(const PrivatePolkit &) = delete;
     PrivatePolkit &operator=(const PrivatePolkit &) = delete;
 
-    // Starts the bus and polkitd and returns once polkitd owns its name; false with *why when the
-    // machine cannot (not root, no polkitd). Again after stop(), at the same address.
+    // Returns once polkitd answers; false with *why when the machine cannot (not root, no
+    // polkitd). Again after stop(), at the same address().
     bool start(const QString &policyFile, QString *why);
     void stop();
-    // For DBUS_SYSTEM_BUS_ADDRESS; it stays the same across stop() and start().
+    // For DBUS_SYSTEM_BUS_ADDRESS.
     QString address() const;
     // A rule that grants, or refuses, every com.corvin.vantrelo.* action to `uid`; returns once
     // polkitd answers by it. Rules added earlier win.
@@ -32,14 +32,12 @@ public:
     bool refuseTo(uid_t uid, QString *why) { return addRule(uid, false, why); }
 
 private:
-    bool startBus(QString *why);
-    bool startPolkitd(QString *why);
-    QString logOf(const QString &program) const;
-    bool installPolicy(const QString &policyFile, QString *why);
+    bool startProcesses(QString *why);
+    bool installPolicy(const QString &policyFile);
     void removePolicy();
     bool addRule(uid_t uid, bool grant, QString *why);
     // pkcheck's exit code for `uid` asking for an internal disk's erase: 0 allowed, 1 refused,
-    // 2 a password needed.
+    // 2 a password needed, above 3 no answer.
     int pkcheck(uid_t uid) const;
 
     QTemporaryDir m_dir;
