@@ -30,33 +30,31 @@ QStringList LocalCollectServer::deliveredLabels() const {
 }
 
 void LocalCollectServer::readFrom(QTcpSocket *socket) {
+    // By Answer: the ones that get a reply at all.
+    static const char *const status[] = {"204 No Content", "503 Service Unavailable",
+                                         "400 Bad Request"};
     QByteArray &buffer = m_buffers[socket];
     buffer += socket->readAll();
     for (qsizetype headerEnd; (headerEnd = buffer.indexOf("\r\n\r\n")) >= 0;) {
-        Request request{buffer.left(headerEnd), {}, Answer::Accept};
+        Request request{buffer.left(headerEnd), {}, m_policy(int(m_requests.size()))};
         const qsizetype lengthAt = request.head.toLower().indexOf("\r\ncontent-length:");
         const qsizetype length =
-            lengthAt < 0
-                ? 0
-                : request.head.mid(lengthAt + 17).split('\r').first().trimmed().toLongLong();
+            lengthAt < 0 ? 0
+                         : request.head.mid(lengthAt + 17).split('\r')[0].trimmed().toLongLong();
         const qsizetype bodyStart = headerEnd + 4;
-        request.answer = m_policy(int(m_requests.size()));
         if (request.answer == Answer::CloseMidBody && buffer.size() > bodyStart) {
             // Part of the batch has arrived: vanish before the rest.
             m_requests.append(request);
             buffer.clear();
-            socket->abort();
-            return;
+            return socket->abort();
         }
         if (buffer.size() < bodyStart + length)
             return;
         request.body = QJsonDocument::fromJson(buffer.mid(bodyStart, length)).object();
         buffer.remove(0, bodyStart + length);
         m_requests.append(request);
-        if (const char *status = request.answer == Answer::Accept       ? "204 No Content"
-                                 : request.answer == Answer::Refuse     ? "503 Service Unavailable"
-                                 : request.answer == Answer::BadRequest ? "400 Bad Request"
-                                                                        : nullptr)
-            socket->write("HTTP/1.1 "_ba + status + "\r\nContent-Length: 0\r\n\r\n");
+        if (int(request.answer) < 3)
+            socket->write("HTTP/1.1 "_ba + status[int(request.answer)] +
+                          "\r\nContent-Length: 0\r\n\r\n");
     }
 }

@@ -25,7 +25,7 @@ public:
     // Answer for the n-th request (0-based) that arrives.
     void setPolicy(std::function<Answer(int)> policy) { m_policy = std::move(policy); }
     const QList<Request> &requests() const { return m_requests; }
-    // The "event_label" of every event in requests answered 2xx, in arrival order.
+    // The "event_label" of every event in accepted requests, in arrival order.
     QStringList deliveredLabels() const;
 
 private:

@@ -10,10 +10,7 @@
 using namespace Qt::StringLiterals;
 
 TEST(UdevFsProbe, EncodedValuesReadAsWritten) {
-    const struct {
-        QByteArray encoded;
-        QString decoded;
-    } cases[] = {
+    const std::pair<QByteArray, QString> cases[] = {
         {"My\\x20Passport", u"My Passport"_s},
         {"Donn\xc3\xa9"
          "es",
@@ -24,8 +21,8 @@ TEST(UdevFsProbe, EncodedValuesReadAsWritten) {
         {"\\xzz\\", u"\\xzz\\"_s},
         {"", {}},
     };
-    for (const auto &c : cases)
-        EXPECT_EQ(decodeUdevString(c.encoded), c.decoded) << c.encoded.toStdString();
+    for (const auto &[encoded, decoded] : cases)
+        EXPECT_EQ(decodeUdevString(encoded), decoded) << encoded.toStdString();
 }
 
 TEST(BlkidCacheFsProbe, ReadsTheCacheWithoutChangingIt) {

@@ -171,20 +171,17 @@ TEST_F(DiskListing, SessionPassesOnOnlyExternalNtfsVolumesAsTheyMount) {
               (QStringList{u"unmount /media/again"_s, u"unmount /media/anna/My Passport"_s}));
 }
 
-namespace {
-QStringList diskLog;
-void keepDiskLog(QtMsgType, const QMessageLogContext &context, const QString &message) {
-    if (QLatin1StringView(context.category) == "vantrelo.disk"_L1)
-        diskLog << message;
-}
-} // namespace
-
 TEST_F(DiskListing, LogLinesShowValuesAsTheyAre) {
     fake->identities[u"/dev/sdb1"_s].label = u"50%1off %2"_s;
-    const QtMessageHandler previous = qInstallMessageHandler(keepDiskLog);
+    static QStringList log;
+    const QtMessageHandler previous = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &context, const QString &message) {
+            if (QLatin1StringView(context.category) == "vantrelo.disk"_L1)
+                log << message;
+        });
     manager.getAllDiskDrive();
     qInstallMessageHandler(previous);
-    EXPECT_TRUE(diskLog.contains(u"bsdName:sdb1 name:50%1off %2 mountPath:/media/anna/My Passport "
-                                 "format:Windows NTFS iswritable:0"_s))
-        << diskLog.join(u'\n').toStdString();
+    EXPECT_TRUE(log.contains(u"bsdName:sdb1 name:50%1off %2 mountPath:/media/anna/My Passport "
+                             "format:Windows NTFS iswritable:0"_s))
+        << log.join(u'\n').toStdString();
 }

@@ -12,7 +12,6 @@ void StandInHelper::serve(QLocalSocket *socket) {
         while (reader->next(&body) == wire::FrameReader::Status::Frame) {
             const auto request = wire::decodeRequest(body);
             QMutexLocker lock(&m_mutex);
-            m_seen.bodies.append(body);
             if (!request)
                 return socket->abort();
             m_seen.requests.append(*request);

@@ -24,7 +24,6 @@ public:
     using Handler = std::function<Response(const wire::Request &)>;
     struct Record {
         int connections = 0;
-        QList<QByteArray> bodies; // every frame, without its length prefix
         QList<wire::Request> requests;
     };
 

@@ -17,19 +17,17 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-void writeFile(const QString &path, const QByteArray &bytes) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
-}
-
 // Each test gets its own XDG_CONFIG_HOME, so its autostart folder starts empty.
 class AutostartTest : public ::testing::Test {
 protected:
     void SetUp() override { qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_config.path())); }
     void TearDown() override { qputenv("XDG_CONFIG_HOME", m_saved); }
     QString entry(const QString &name) const { return m_config.path() + u"/autostart/"_s + name; }
+    void write(const QString &name, const QByteArray &bytes) {
+        QDir().mkpath(entry({}));
+        QFile file(entry(name));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+    }
     QTemporaryDir m_config;
     QByteArray m_saved = qgetenv("XDG_CONFIG_HOME");
 };
@@ -41,15 +39,13 @@ QVariantMap job(const QString &label, bool onDemand) {
 TEST_F(AutostartTest, JobListFollowsTheEntries) {
     XdgAutostart service;
     EXPECT_TRUE(service.copyAllJobDictionaries().isEmpty()); // no folder yet
-
-    writeFile(entry(u"b.desktop"_s), "[Desktop Entry]\nType=Application\nExec=b\n");
-    writeFile(entry(u"a.desktop"_s), "[Desktop Entry]\nHidden = true\nExec=a\n");
+    write(u"b.desktop"_s, "[Desktop Entry]\nType=Application\nExec=b\n");
+    write(u"a.desktop"_s, "[Desktop Entry]\nHidden = true\nExec=a\n");
     // Only Hidden switches an entry off.
-    writeFile(entry(u"c.desktop"_s), "[Desktop Entry]\nX-GNOME-Autostart-enabled=false\n");
-    writeFile(entry(u"notes.txt"_s), "[Desktop Entry]\n");
-
-    const QList<QVariantMap> expected = {job(u"a"_s, false), job(u"b"_s, true), job(u"c"_s, true)};
-    EXPECT_EQ(service.copyAllJobDictionaries(), expected);
+    write(u"c.desktop"_s, "[Desktop Entry]\nX-GNOME-Autostart-enabled=false\n");
+    write(u"notes.txt"_s, "[Desktop Entry]\n");
+    EXPECT_EQ(service.copyAllJobDictionaries(),
+              (QList<QVariantMap>{job(u"a"_s, false), job(u"b"_s, true), job(u"c"_s, true)}));
 }
 
 // Every entry starting a program of this file name goes, whoever wrote it and wherever the
@@ -65,7 +61,7 @@ TEST_F(AutostartTest, DeleteStartUpRemovesEveryEntryOfThisProgram) {
         {u"folder.desktop"_s, "Exec=/opt/" + name + "/other\n"},
         {u"none.desktop"_s, "Name=" + name + "\n"}};
     for (const auto &[file, body] : entries)
-        writeFile(entry(file), "[Desktop Entry]\n" + body);
+        write(file, "[Desktop Entry]\n" + body);
     LLStartUpItemConfig::setStartUpState(false);
     EXPECT_EQ(QDir(entry(QString())).entryList(QDir::Files, QDir::Name),
               (QStringList{u"folder.desktop"_s, u"none.desktop"_s, u"similar.desktop"_s}));
@@ -92,40 +88,27 @@ protected:
     std::shared_ptr<LoginItemService> service{std::shared_ptr<void>(), this};
 };
 
-TEST_F(ControllerTest, ReadUsesTheFirstMatchingJobAndAnnouncesOnlyChanges) {
+TEST_F(ControllerTest, ReadsTheFirstMatchingJobAndWritesReportTheRequestNotTheState) {
     jobs = {job(u"other"_s, false), job(u"id"_s, true), job(u"id"_s, false)};
     TLStartAtLoginController controller(u"id"_s, service);
     watch(controller);
     EXPECT_TRUE(controller.enabled()); // setting the identifier read the job list
     EXPECT_TRUE(controller.startAtLogin());
-    jobs = {job(u"id"_s, false)};
-    EXPECT_FALSE(controller.startAtLogin());
-    jobs = {QVariantMap{{u"Label"_s, u"id"_s}}}; // no OnDemand entry
-    EXPECT_FALSE(controller.startAtLogin());
-    EXPECT_EQ(log, QStringList{u"enabled:0"_s});
-    // Without an identifier: no, whatever the jobs, and writes are ignored.
-    jobs = {job(QString(), true)};
-    TLStartAtLoginController anonymous(service);
-    watch(anonymous);
-    EXPECT_FALSE(anonymous.startAtLogin());
-    anonymous.setStartAtLogin(true);
-    EXPECT_FALSE(anonymous.enabled());
-    EXPECT_EQ(log, QStringList{u"enabled:0"_s});
-}
-
-TEST_F(ControllerTest, WriteReportsTheRequestNotTheState) {
-    jobs = {job(u"id"_s, true)};
-    TLStartAtLoginController controller(u"id"_s, service);
-    watch(controller);
     // Switching off succeeds, so `enabled` stays true until the next read.
     controller.setStartAtLogin(false);
-    jobs.clear();
+    jobs = {QVariantMap{{u"Label"_s, u"id"_s}}}; // no OnDemand entry
     EXPECT_TRUE(controller.enabled());
     EXPECT_FALSE(controller.startAtLogin());
     // A refused request shows as false even when the item was asked to start.
     accept = false;
     controller.setEnabled(true);
     EXPECT_FALSE(controller.enabled());
+    // Without an identifier: no, whatever the jobs, and writes are ignored.
+    jobs = {job(QString(), true)};
+    TLStartAtLoginController anonymous(service);
+    watch(anonymous);
+    anonymous.setStartAtLogin(true);
+    EXPECT_FALSE(anonymous.startAtLogin() || anonymous.enabled());
     EXPECT_EQ(log, (QStringList{u"id=off"_s, u"enabled:1"_s, u"startAtLogin"_s, u"enabled:0"_s,
                                 u"id=on"_s, u"enabled:0"_s, u"startAtLogin"_s}));
 }
@@ -135,9 +118,7 @@ TEST_F(AutostartTest, FacadeRegistersTheLaunchItemForThisProgram) {
     EXPECT_FALSE(LLStartUpItemConfig::isStartAtLogin());
     EXPECT_TRUE(LLStartUpItemConfig::setStartAtLogin(true));
     EXPECT_TRUE(LLStartUpItemConfig::isStartAtLogin());
-    const auto fields = XdgAutostart::readDesktopEntry(launchItem);
-    EXPECT_EQ(fields[u"Type"_s], u"Application"_s);
-    EXPECT_EQ(XdgAutostart::execProgram(fields[u"Exec"_s]),
+    EXPECT_EQ(XdgAutostart::execProgram(XdgAutostart::readDesktopEntry(launchItem)[u"Exec"_s]),
               QCoreApplication::applicationFilePath());
     // The system accepted switching off: the facade says true, the item no longer starts.
     EXPECT_TRUE(LLStartUpItemConfig::setStartAtLogin(false));
@@ -156,10 +137,11 @@ TEST_F(AutostartTest, FacadeRegistersTheLaunchItemForThisProgram) {
 TEST(SettingConfig, LoadsTheStoredChoiceSavesAnIntegerAtOnce) {
     QTemporaryDir dir;
     UserDefaults defaults(dir.filePath(u"defaults.json"_s));
-    const std::pair<QVariant, bool> cases[] = {
-        {QVariant(), false}, {qint64(1), true}, {qint64(0), false},
-        {u"YES"_s, true},    {u"abc"_s, false},
-    };
+    const std::pair<QVariant, bool> cases[] = {{QVariant(), false},
+                                               {qint64(1), true},
+                                               {qint64(0), false},
+                                               {u"YES"_s, true},
+                                               {u"abc"_s, false}};
     for (const auto &[stored, expected] : cases) {
         defaults.setObject(stored, u"enableBootKey"_s);
         EXPECT_EQ(LLSettingConfig(defaults).enableBoot(), expected)
@@ -167,7 +149,6 @@ TEST(SettingConfig, LoadsTheStoredChoiceSavesAnIntegerAtOnce) {
     }
     // The shared instance, on the standard defaults (in ScratchHome's folder).
     LLSettingConfig &config = LLSettingConfig::sharedConfig();
-    EXPECT_EQ(&config, &LLSettingConfig::sharedConfig());
     const QString file = UserDefaults::standard().filePath();
     ASSERT_TRUE(file.startsWith(QFile::decodeName(qgetenv("XDG_CONFIG_HOME"))));
     config.setEnableBoot(true);

@@ -1,4 +1,5 @@
 #include "tests/support/QtPrinters.h"
+#include "util/InstallPaths.h"
 #include "util/TLUtility.h"
 
 #include <QFile>
@@ -7,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 
 using namespace Qt::StringLiterals;
@@ -88,18 +88,6 @@ TEST(TLUtility, ExtensionsConformAlongTheTypeTree) {
             << extension << " " << type;
 }
 
-// Helpers the interface keeps although nothing shows them yet.
-TEST(TLUtility, ClockTextsAndWholeDays) {
-    EXPECT_EQ(TLUtility::getTimeString(3723.5), u"01:02:03.50"_s);
-    EXPECT_EQ(TLUtility::getTimeString(std::nan("")), u"00:00:00.00"_s); // no 32-bit overflow
-    EXPECT_EQ(TLUtility::getDateStrBySecond(3599), u"59:59"_s);
-    EXPECT_EQ(TLUtility::getDateStrBySecond(360000), u"100:00:00"_s);
-    const QDateTime noon(QDate(2024, 1, 31), QTime(12, 0));
-    EXPECT_EQ(TLUtility::numberOfDaysWithFromDate(noon, noon.addDays(30)), 30); // over February
-    EXPECT_EQ(TLUtility::numberOfDaysWithFromDate(noon, noon.addSecs(86399)), 0);
-    EXPECT_EQ(TLUtility::numberOfDaysWithFromDate(noon.addDays(1), noon), -1);
-}
-
 TEST(TLUtility, SupportFoldersAreCreatedUnderTheDataFolder) {
     QTemporaryDir dir;
     const QByteArray saved = qgetenv("XDG_DATA_HOME");
@@ -126,6 +114,43 @@ TEST(TLUtility, PathAliasesCountUpToTheFirstFreeName) {
     // Only the last extension is split off; none leaves a bare dot.
     EXPECT_EQ(TLUtility::createPathAlias(u"/tmp/archive.tar.gz"_s, 1), u"/tmp/archive.tar(1).gz"_s);
     EXPECT_EQ(TLUtility::createPathAlias(u"/tmp/dir.d/file"_s, -1), u"/tmp/dir.d/file(-1)."_s);
+}
+
+// Every check reads the redirected paths afresh, so each step sees the files as they are now.
+TEST(TLUtility, PresenceChecksFollowTheFilesAsTheyChange) {
+    QTemporaryDir dir;
+    using C = InstallPaths::Component;
+    for (const auto &[component, name] : {std::pair{C::HelperExecutable, "helper"},
+                                          {C::HelperVersionFile, "version"},
+                                          {C::Ntfs3gDriver, "ntfs-3g"},
+                                          {C::FuseDevice, "fuse"}})
+        InstallPaths::setOverride(component, dir.filePath(QLatin1String(name)));
+    const auto put = [&](const char *name, const QByteArray &contents) {
+        QFile file(dir.filePath(QLatin1String(name)));
+        return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(contents) >= 0;
+    };
+    const auto drop = [&](const char *name) {
+        return QFile::remove(dir.filePath(QLatin1String(name)));
+    };
+
+    EXPECT_FALSE(TLUtility::checkHelperAppInstalled());
+    ASSERT_TRUE(put("version", " 2.3.4 \nbuilt by ci\n"));
+    EXPECT_EQ(TLUtility::getHelperAppVersion(), QString()) << "no helper, no version";
+    ASSERT_TRUE(put("helper", "binary"));
+    EXPECT_TRUE(TLUtility::checkHelperAppInstalled());
+    EXPECT_EQ(TLUtility::getHelperAppVersion(), u"2.3.4"_s);
+    ASSERT_TRUE(drop("version"));
+    EXPECT_EQ(TLUtility::getHelperAppVersion(), QString());
+    ASSERT_TRUE(drop("helper"));
+    EXPECT_FALSE(TLUtility::checkHelperAppInstalled());
+    // FUSE needs both the driver and the device.
+    ASSERT_TRUE(put("ntfs-3g", "driver"));
+    EXPECT_FALSE(TLUtility::checkFuseInstalled());
+    ASSERT_TRUE(put("fuse", ""));
+    EXPECT_TRUE(TLUtility::checkFuseInstalled());
+    ASSERT_TRUE(drop("ntfs-3g"));
+    EXPECT_FALSE(TLUtility::checkFuseInstalled());
+    InstallPaths::clearOverrides();
 }
 
 } // namespace

@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
-# Builds the codec fuzzer with clang and libFuzzer, apart from the CMake build (which may use gcc).
-# Usage: build-fuzzer.sh [OUTPUT_DIR]; then run OUTPUT_DIR/wire_fuzz CORPUS_COPY_DIR -max_total_time=N
+# Builds the codec fuzzer with clang, libFuzzer, ASan and UBSan, apart from the CMake build (which
+# may use gcc). Run it on a copy of corpus/ (named seeds, hashes kept from earlier runs), so the
+# stored one only grows on purpose; ctest test_wire_corpus replays every file of it:
+#   build-fuzzer.sh [OUTPUT_DIR] && cp -r corpus build/fuzz/corpus-run
+#   build/fuzz/wire_fuzz build/fuzz/corpus-run -max_total_time=660 -max_len=70000
 set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
 root="$(cd "$here/../../.." && pwd)"
