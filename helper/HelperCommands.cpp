@@ -369,7 +369,8 @@ QString HelperCommands::unmount(const MountEntry &mount) const {
            u"that use it, then try again. (%2)"_s.arg(mount.target, toolText(result));
 }
 
-QString HelperCommands::unmountHolding(const QString &device, const MountEntry &mount, uid_t owner,
+QString HelperCommands::unmountHolding(const QString &device, const MountEntry &mount,
+                                       const Caller &caller, std::optional<uid_t> owner,
                                        MountPoint *point) const {
     if (const QString problem = point->holdParent(mount); !problem.isEmpty())
         return u"%1 was left as it is: its mount point cannot be trusted (%2)."_s.arg(device,
@@ -380,7 +381,10 @@ QString HelperCommands::unmountHolding(const QString &device, const MountEntry &
         return u"%1 was left as it is: its mounts changed while the request waited."_s.arg(device);
     if (const QString problem = unmount(mount); !problem.isEmpty())
         return problem;
-    if (const QString problem = point->holdFolder(owner); !problem.isEmpty()) {
+    QList<uid_t> owners{caller.uid};
+    if (owner)
+        owners.append(*owner);
+    if (const QString problem = point->holdFolder(owners); !problem.isEmpty()) {
         qCWarning(lcHelper) << "mount point" << mount.target << "changed during a remount";
         return u"%1 was unmounted and stays unmounted: its mount point changed meanwhile (%2), "
                u"so it was not mounted anywhere else. Mount it again by hand."_s.arg(device,
@@ -447,7 +451,7 @@ wire::Dictionary HelperCommands::mountReadWrite(const QString &device, const Cal
 
     const dev_t number = m_facts.deviceNumber(device);
     MountPoint point;
-    if (const QString problem = unmountHolding(device, *mount, caller.uid, &point);
+    if (const QString problem = unmountHolding(device, *mount, caller, owner, &point);
         !problem.isEmpty())
         return result(problem);
     if (const QString problem = stillUnmounted(device, number); !problem.isEmpty())
@@ -532,7 +536,7 @@ wire::Dictionary HelperCommands::whileUnmounted(const QString &device, const Cal
     std::optional<uid_t> owner;
     if (mount) {
         owner = ownerOf(*mount);
-        if (const QString problem = unmountHolding(device, *mount, caller.uid, &point);
+        if (const QString problem = unmountHolding(device, *mount, caller, owner, &point);
             !problem.isEmpty())
             return result(problem);
     }
@@ -568,7 +572,7 @@ wire::Dictionary HelperCommands::erase(const QString &device, const Caller &call
     std::optional<uid_t> owner;
     if (mount) {
         owner = ownerOf(*mount);
-        if (const QString problem = unmountHolding(device, *mount, caller.uid, &point);
+        if (const QString problem = unmountHolding(device, *mount, caller, owner, &point);
             !problem.isEmpty())
             return result(problem);
     }

@@ -101,9 +101,10 @@ private:
     QString stillUnmounted(const QString &device, dev_t number) const;
     QString unmount(const MountEntry &mount) const;
     // Unmounts `mount`, holding its mount point from before until `point` has the folder itself,
-    // which must be root's or `owner`'s. "" or the whole answer when it cannot.
-    QString unmountHolding(const QString &device, const MountEntry &mount, uid_t owner,
-                           MountPoint *point) const;
+    // which must be root's, the caller's or the volume owner's: a folder of anyone else may have
+    // been swapped in. "" or the whole answer when it cannot.
+    QString unmountHolding(const QString &device, const MountEntry &mount, const Caller &caller,
+                           std::optional<uid_t> owner, MountPoint *point) const;
     // Mounts the volume read/write for the caller onto the held folder.
     ToolResult mountForCaller(const QString &device, const MountPoint &point,
                               const Caller &caller) const;

@@ -58,7 +58,7 @@ QString MountPoint::holdParent(const MountEntry &mount) {
     return {};
 }
 
-QString MountPoint::holdFolder(uid_t owner) {
+QString MountPoint::holdFolder(const QList<uid_t> &owners) {
     // No link, and no other file system mounted over the folder meanwhile.
     UniqueFd folder(
         openat2(m_parent.get(), m_name, O_DIRECTORY | O_NOFOLLOW,
@@ -68,7 +68,7 @@ QString MountPoint::holdFolder(uid_t owner) {
     struct stat info {};
     if (::fstat(folder.get(), &info) != 0 || !S_ISDIR(info.st_mode))
         return u"%1 is no longer a folder"_s.arg(m_target);
-    if (info.st_uid != 0 && info.st_uid != owner)
+    if (info.st_uid != 0 && !owners.contains(info.st_uid))
         return u"%1 now belongs to another user (uid %2)"_s.arg(m_target).arg(info.st_uid);
     m_folder = std::move(folder);
     return {};

@@ -3,6 +3,7 @@
 #include "helper/DeviceFacts.h"
 #include "helper/UniqueFd.h"
 
+#include <QList>
 #include <QString>
 
 #include <sys/stat.h>
@@ -17,8 +18,9 @@ public:
     // link, and notes the mounted root's owner and mode. "" or why not.
     QString holdParent(const MountEntry &mount);
     // Right after the unmount: the folder itself, opened through the held parent. It must be a
-    // folder, not a link, on the parent's file system, owned by root or `owner`. "" or why not.
-    QString holdFolder(uid_t owner);
+    // folder, not a link, on the parent's file system, owned by root or one of `owners`. "" or
+    // why not.
+    QString holdFolder(const QList<uid_t> &owners);
 
     // The held folder; -1 until holdFolder succeeded.
     int folder() const { return m_folder.get(); }
