@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <functional>
 
@@ -59,18 +60,32 @@ protected:
     helper::HelperCommands commands{*this, facts, probe, *this};
 };
 
-// The folder swapped for a link to another folder between unmount and mount: the volume goes
-// nowhere, and the answer says so.
-TEST_F(MountSafetyTest, AMountPointSwappedForALinkNeverReceivesTheVolume) {
+// Whatever stands at the mount point after the unmount, put there by someone who may write to its
+// parent, the volume goes nowhere, and the answer says so.
+TEST_F(MountSafetyTest, AMountPointSwappedAfterTheUnmountNeverReceivesTheVolume) {
     const QString decoy = image->scratchDir() + u"/decoy"_s;
     ASSERT_TRUE(QDir().mkpath(decoy));
-    afterUnmount = [&](const QString &unmounted) {
-        ASSERT_TRUE(QDir().rename(unmounted, unmounted + u".away"_s));
-        ASSERT_TRUE(QFile::link(decoy, unmounted));
+    const std::function<void(const QString &)> swaps[] = {
+        [&](const QString &folder) { ASSERT_TRUE(QFile::link(decoy, folder)); },
+        [](const QString &folder) {
+            ASSERT_TRUE(QDir().mkdir(folder));
+            ASSERT_EQ(::chown(QFile::encodeName(folder).constData(), 4242, 4242), 0);
+        },
     };
-    const QString text = makeWritable();
-    EXPECT_TRUE(text.contains(u"stays unmounted"_s)) << text.toStdString();
-    EXPECT_TRUE(facts.mountsOfDevice(device).isEmpty()); // at the decoy or anywhere
+    for (const auto &swap : swaps) {
+        QString why;
+        if (facts.mountsOfDevice(device).isEmpty()) {
+            ASSERT_FALSE(image->mount(image->device(), u"ntfs"_s, true, &why).isEmpty())
+                << why.toStdString();
+        }
+        afterUnmount = [&](const QString &unmounted) {
+            ASSERT_TRUE(QDir().rename(unmounted, unmounted + u".away"_s));
+            swap(unmounted);
+        };
+        const QString text = makeWritable();
+        EXPECT_TRUE(text.contains(u"stays unmounted"_s)) << text.toStdString();
+        EXPECT_TRUE(facts.mountsOfDevice(device).isEmpty()); // at the decoy or anywhere
+    }
 }
 
 // Made writable for nobody where it was, the volume is nobody's and holds nobody's files, which
