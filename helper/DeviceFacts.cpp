@@ -2,6 +2,7 @@
 
 #include "helper/MountRecord.h"
 #include "helper/RequestValidation.h"
+#include "helper/UniqueFd.h"
 
 #include <QDir>
 #include <QFile>
@@ -16,22 +17,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
 
 using namespace Qt::StringLiterals;
 
 namespace helper {
 
 namespace {
-
-struct FdCloser {
-    void operator()(const int *fd) const {
-        if (*fd >= 0)
-            ::close(*fd);
-        delete fd;
-    }
-};
-using UniqueFd = std::unique_ptr<int, FdCloser>;
 
 QByteArray readSmallFile(const QString &path, qint64 limit = 1 << 20) {
     QFile file(path);
@@ -132,9 +123,9 @@ bool DeviceFacts::isExternalFor(const QString &disk, uid_t uid) const {
 std::optional<uid_t> DeviceFacts::loopFileOwner(const QString &disk) const {
     const QByteArray file = readSmallFile(sysBlockPath(disk) + u"/loop/backing_file"_s, 8192);
     const QByteArray node = QFile::encodeName(m_roots.dev + u'/' + disk);
-    const UniqueFd fd(new int(::open(node.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
+    const UniqueFd fd(::open(node.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     loop_info64 status{};
-    if (file.isEmpty() || *fd < 0 || ::ioctl(*fd, LOOP_GET_STATUS64, &status) != 0)
+    if (file.isEmpty() || !fd.valid() || ::ioctl(fd.get(), LOOP_GET_STATUS64, &status) != 0)
         return std::nullopt;
     // The path is only a name: the file may have been deleted or replaced since it was attached.
     struct stat info {};
@@ -366,8 +357,7 @@ void DeviceFacts::mountTableChanged() const {
 
 bool DeviceFacts::fuseUsable() const {
     const QByteArray path = QFile::encodeName(m_roots.dev + u"/fuse"_s);
-    const UniqueFd fd(new int(::open(path.constData(), O_RDWR | O_CLOEXEC)));
-    return *fd >= 0;
+    return UniqueFd(::open(path.constData(), O_RDWR | O_CLOEXEC)).valid();
 }
 
 bool DeviceFacts::requestRemoval(const QString &disk, QString *why) const {

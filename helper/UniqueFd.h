@@ -20,12 +20,14 @@ public:
     }
     UniqueFd(const UniqueFd &) = delete;
     UniqueFd &operator=(const UniqueFd &) = delete;
-    ~UniqueFd() {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
+    ~UniqueFd() { reset(); }
 
     int get() const { return m_fd; }
+    void reset() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+        m_fd = -1;
+    }
     bool valid() const { return m_fd >= 0; }
 
 private:

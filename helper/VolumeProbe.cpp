@@ -1,5 +1,7 @@
 #include "helper/VolumeProbe.h"
 
+#include "helper/UniqueFd.h"
+
 #include <QFile>
 #include <QList>
 
@@ -29,24 +31,6 @@ struct ProbeDeleter {
     void operator()(blkid_probe probe) const { blkid_free_probe(probe); }
 };
 using UniqueProbe = std::unique_ptr<std::remove_pointer_t<blkid_probe>, ProbeDeleter>;
-
-class Fd {
-public:
-    explicit Fd(int fd = -1)
-        : m_fd(fd) {}
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-    ~Fd() { reset(); }
-    int get() const { return m_fd; }
-    void reset() {
-        if (m_fd >= 0)
-            ::close(m_fd);
-        m_fd = -1;
-    }
-
-private:
-    int m_fd;
-};
 
 // The child's reply: its errno from opening the device, then TYPE and LABEL, each ending in NUL.
 struct Reply {
@@ -200,7 +184,7 @@ VolumeProbe::Volume BlkidVolumeProbe::probe(const QString &devicePath) const {
     if (::pipe2(ends, O_CLOEXEC) != 0)
         return failed(u"Could not start reading %1: %2"_s.arg(
             name, QString::fromLocal8Bit(std::strerror(errno))));
-    Fd readEnd(ends[0]), writeEnd(ends[1]);
+    UniqueFd readEnd(ends[0]), writeEnd(ends[1]);
     const Clock::time_point deadline = Clock::now() + m_limit;
     const pid_t pid = ::fork();
     if (pid == 0)
@@ -210,7 +194,7 @@ VolumeProbe::Volume BlkidVolumeProbe::probe(const QString &devicePath) const {
             name, QString::fromLocal8Bit(std::strerror(errno))));
     writeEnd.reset();
     // By syscall: this glibc's header declares pidfd_open without C linkage.
-    const Fd exited(int(::syscall(SYS_pidfd_open, pid, 0)));
+    const UniqueFd exited(int(::syscall(SYS_pidfd_open, pid, 0)));
     QByteArray reply;
     const bool answered = readReply(readEnd.get(), deadline, &reply);
     if (answered && exited.get() >= 0 && waitReadable(exited.get(), deadline))
