@@ -232,18 +232,18 @@ bool DeviceFacts::isMountTarget(const QString &path) const {
     return false;
 }
 
-std::optional<DeviceFacts::Ownership> DeviceFacts::mountedRoot(const MountEntry &mount) const {
+std::optional<uid_t> DeviceFacts::mountedRootOwner(const MountEntry &mount) const {
     // statx rather than fstatat: its mount id proves the folder is this mount's root and not
     // something mounted over it or put in its place.
     struct statx info {};
     const QByteArray target = QFile::encodeName(mount.target);
     if (mount.root != u"/"_s ||
         ::statx(AT_FDCWD, target.constData(), AT_NO_AUTOMOUNT | AT_SYMLINK_NOFOLLOW,
-                STATX_TYPE | STATX_UID | STATX_GID | STATX_MNT_ID, &info) != 0 ||
+                STATX_TYPE | STATX_UID | STATX_MNT_ID, &info) != 0 ||
         !(info.stx_mask & STATX_MNT_ID) || info.stx_mnt_id != quint64(mount.mountId) ||
         !(info.stx_attributes & STATX_ATTR_MOUNT_ROOT) || !S_ISDIR(info.stx_mode))
         return std::nullopt;
-    return Ownership{info.stx_uid, info.stx_gid};
+    return info.stx_uid;
 }
 
 std::optional<uid_t> DeviceFacts::ownerOf(const MountEntry &mount,
@@ -254,19 +254,7 @@ std::optional<uid_t> DeviceFacts::ownerOf(const MountEntry &mount,
     const uint uid = mount.superOption(u"uid"_s).toUInt(&ok);
     if (ok)
         return uid_t(uid);
-    if (const std::optional<Ownership> root = mountedRoot(mount))
-        return root->uid;
-    return std::nullopt;
-}
-
-std::optional<gid_t> DeviceFacts::groupOf(const MountEntry &mount) const {
-    bool ok = false;
-    const uint gid = mount.superOption(u"gid"_s).toUInt(&ok);
-    if (ok)
-        return gid_t(gid);
-    if (const std::optional<Ownership> root = mountedRoot(mount))
-        return root->gid;
-    return std::nullopt;
+    return mountedRootOwner(mount);
 }
 
 QStringList DeviceFacts::holders(const QString &device) const {

@@ -85,8 +85,6 @@ public:
     // Whom the volume belongs to: the helper's record, else the mount's uid= option, else the
     // owner of the mounted root folder (ntfs-3g shows its uid= there). nullopt when unknown.
     std::optional<uid_t> ownerOf(const MountEntry &mount, const MountRecord &record) const;
-    // The group the same way, without a record: gid= option, else the root folder's group.
-    std::optional<gid_t> groupOf(const MountEntry &mount) const;
 
     // /dev/fuse can be opened for reading and writing.
     bool fuseUsable() const;
@@ -105,12 +103,8 @@ private:
     QStringList partitions(const QString &disk) const;
     // The owner of the file a loop device reads, only while that file is still the one attached.
     std::optional<uid_t> loopFileOwner(const QString &disk) const;
-    struct Ownership {
-        uid_t uid;
-        gid_t gid;
-    };
     // The owner of the mount's root folder, only when that folder is the mount's own root.
-    std::optional<Ownership> mountedRoot(const MountEntry &mount) const;
+    std::optional<uid_t> mountedRootOwner(const MountEntry &mount) const;
 
     SystemRoots m_roots;
     mutable std::mutex m_systemMutex;
