@@ -11,6 +11,7 @@ packages=(
   polkitd
   xvfb xauth procps psmisc
   eject xdg-utils
+  fonts-dejavu-core fonts-wqy-microhei
 )
 
 missing=()
