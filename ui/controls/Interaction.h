@@ -4,7 +4,10 @@
 #include <QStringList>
 #include <QUrl>
 
+#include <memory>
+
 class QDialog;
+class QMessageBox;
 class QWidget;
 
 // Everything modal or outward-facing goes through here, so tests can answer and observe it
@@ -24,6 +27,7 @@ public:
 
     virtual ~Interaction() = default;
 
+    // Application-modal; Escape or closing the alert answers as its last button.
     virtual int runAlert(QWidget *parent, const Alert &alert) = 0;
     // Application-modal; returns when the dialog closes, with its result.
     virtual int runModalForWindow(QDialog *dialog) = 0;
@@ -35,6 +39,12 @@ public:
     virtual bool openUrl(const QUrl &url) = 0;
     // A place a software centre could ask for a review; nothing on Linux.
     virtual void requestReview() = 0;
+
+    // The box runAlert shows: the buttons in order, the first the default, the last the one
+    // Escape and closing the window choose.
+    static std::unique_ptr<QMessageBox> makeAlertBox(QWidget *parent, const Alert &alert);
+    // The answer for the button the box was closed with (1000 + its index).
+    static int alertReturn(const QMessageBox &box);
 
     // The real one unless a test installed its own (nullptr puts the real one back).
     static Interaction &shared();

@@ -21,6 +21,16 @@ public:
     // The colour the button is painted with now.
     QColor currentBackgroundColor() const { return m_currentColor; }
     QColor backgroundColorForSate(int state) const;
+    // The colour given to setTitle, else black or white, whichever reads better on the
+    // current background.
+    QColor titleColor() const;
+    static QColor readableTitleColor(const QColor &background);
+
+    // Where the title of size titleSize sits in bounds, fontHeight being the font's ascender
+    // minus its descender. bounds' own y is deliberately not added.
+    static QRectF titleRectForBounds(const QRectF &bounds, const QSizeF &titleSize,
+                                     double fontHeight);
+    QRectF titleRect() const;
 
 protected:
     void paintEvent(QPaintEvent *event) override;
@@ -39,6 +49,8 @@ private:
     QColor m_backgroundEnterColor;
     QColor m_backgroundDownColor;
     QColor m_currentColor;
+    // Invalid until setTitle gives one.
+    QColor m_titleColor;
     double m_cornerRadius = 4.0;
     double m_layerCornerRadius = 4.0;
 };

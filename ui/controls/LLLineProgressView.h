@@ -23,9 +23,12 @@ public:
 
 protected:
     void paintEvent(QPaintEvent *event) override;
+    // The filled part keeps its fraction of the new width.
+    void resizeEvent(QResizeEvent *event) override;
 
 private:
     void initConfig();
+    void updateProgressRect();
 
     double m_height = 6.0;
     double m_fraction = 0.0;
