@@ -137,7 +137,8 @@ void LLButton::paintEvent(QPaintEvent *) {
     QPainterPath shape;
     shape.addRoundedRect(bounds, m_layerCornerRadius, m_layerCornerRadius);
     painter.fillPath(shape, m_currentColor);
-    if (hasFocus()) {
+    // A ring for focus that came from the keyboard; a click's focus needs none.
+    if (hasFocus() && window()->testAttribute(Qt::WA_KeyboardFocusChange)) {
         const double inset = kFocusRingWidth * 1.5;
         painter.setPen(QPen(titleColor(), kFocusRingWidth));
         painter.drawRoundedRect(bounds.adjusted(inset, inset, -inset, -inset), m_layerCornerRadius,

@@ -48,7 +48,9 @@ void LLTextFieldCell::applyTheme() {
     const bool dark = LLDrakMode::isDarkMode();
     QPalette colours = palette();
     colours.setColor(QPalette::Text, dark ? kDarkText : kLightText);
-    colours.setColor(QPalette::Base, backgroundColor());
+    // The rounded background is painted here; the style's square panel would cover its corners
+    // and outline.
+    colours.setColor(QPalette::Base, Qt::transparent);
     QColor placeholder = colours.color(QPalette::Text);
     placeholder.setAlphaF(0.55f);
     colours.setColor(QPalette::PlaceholderText, placeholder);
