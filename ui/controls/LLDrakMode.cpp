@@ -55,7 +55,7 @@ bool LLDrakMode::eventFilter(QObject *watched, QEvent *event) {
     return QObject::eventFilter(watched, event);
 }
 
-bool LLDrakMode::isDarkMode() {
+std::optional<bool> LLDrakMode::preferredDarkMode() {
     const QVariant style =
         UserDefaults::globalDomain().objectForKey(QStringLiteral("AppleInterfaceStyle"));
     if (style.isValid())
@@ -65,5 +65,10 @@ bool LLDrakMode::isDarkMode() {
     const std::optional<uint> scheme = shared()->m_portalScheme;
     if (scheme && *scheme != kPortalNoPreference)
         return *scheme == kPortalDark;
-    return QGuiApplication::palette().color(QPalette::Window).lightness() < 128;
+    return std::nullopt;
+}
+
+bool LLDrakMode::isDarkMode() {
+    return preferredDarkMode().value_or(
+        QGuiApplication::palette().color(QPalette::Window).lightness() < 128);
 }

@@ -16,6 +16,8 @@ public:
     // case); else the desktop portal's color-scheme (1 is dark) when a session bus has the
     // portal; else whether the palette's window colour is dark.
     static bool isDarkMode();
+    // What the user default or the portal asks for; nothing when neither says.
+    static std::optional<bool> preferredDarkMode();
 
     // The application-wide notifier; created on the first call on the main thread.
     static LLDrakMode *shared();

@@ -4,6 +4,7 @@
 #include "tests/support/Wait.h"
 #include "ui/controls/AppearancePortal.h"
 #include "ui/controls/LLTextFieldCell.h"
+#include "ui/controls/ThemePalette.h"
 
 #include <QApplication>
 #include <QSignalSpy>
@@ -143,6 +144,31 @@ TEST_F(LLDrakModeTest, TextFieldRecoloursItsTextOnAThemeChange) {
     settledCount(spy);
     EXPECT_GT(field.palette().color(QPalette::Text).lightness(), 200);
     EXPECT_LT(lightText.lightness(), 60);
+}
+
+TEST_F(LLDrakModeTest, ThePaletteFollowsTheAskedAppearanceAndOnlyThat) {
+    ThemePalette::follow();
+    FakePortal *portal = usePortal(2);
+    QApplication::setPalette(paletteWithWindow(Qt::white));
+    QSignalSpy spy(LLDrakMode::shared(), &LLDrakMode::themeChanged);
+    portal->change(1);
+    EXPECT_TRUE(testsupport::waitUntil(
+        [] { return QApplication::palette().color(QPalette::Window).lightness() < 128; }));
+    EXPECT_GT(QApplication::palette().color(QPalette::WindowText).lightness(), 200);
+    // The palette it set raises its own change, which must not flip it back.
+    settledCount(spy);
+    EXPECT_LT(QApplication::palette().color(QPalette::Window).lightness(), 128);
+
+    UserDefaults::globalDomain().setObject(QStringLiteral("Light"), kStyleKey);
+    ThemePalette::apply();
+    EXPECT_GT(QApplication::palette().color(QPalette::Window).lightness(), 128);
+
+    // Nothing asked: a dark desktop palette stays.
+    UserDefaults::globalDomain().removeObjectForKey(kStyleKey);
+    usePortal(0);
+    QApplication::setPalette(paletteWithWindow(QColor(30, 30, 30)));
+    ThemePalette::apply();
+    EXPECT_EQ(QApplication::palette().color(QPalette::Window), QColor(30, 30, 30));
 }
 
 TEST(LLTextFieldCell, CentresOneLineOfTextWithoutTheRectsY) {
