@@ -1,5 +1,6 @@
 #include "ui/mainwindow/NTRenameWindowController.h"
 
+#include "ui/controls/LLButton.h"
 #include "ui/controls/LLDrakMode.h"
 #include "ui_NTRenameWindowController.h"
 
@@ -8,8 +9,16 @@
 namespace {
 
 // Red that stays readable on the light and on the dark window colour.
-QColor errorColour() {
-    return LLDrakMode::isDarkMode() ? QColor::fromRgb(255, 123, 99) : QColor::fromRgb(192, 28, 40);
+QColor errorColour(bool dark) {
+    return dark ? QColor::fromRgb(255, 123, 99) : QColor::fromRgb(192, 28, 40);
+}
+
+// Cancel is a quiet grey beside the coloured OK, so the default answer stands out.
+QColor cancelColour(bool dark, int state) {
+    const int light[] = {224, 212, 198};
+    const int darkGrey[] = {78, 90, 102};
+    const int grey = dark ? darkGrey[state] : light[state];
+    return QColor::fromRgb(grey, grey, grey);
 }
 
 } // namespace
@@ -36,9 +45,9 @@ void NTRenameWindowController::windowDidLoad() {
     inputField()->setAccessibleName(newNameField()->text());
     // The line keeps its height while empty, so an error does not make the dialog jump.
     tipField()->setMinimumHeight(tipField()->fontMetrics().height());
-    updateTipColour();
+    updateColours();
     connect(LLDrakMode::shared(), &LLDrakMode::themeChanged, this,
-            &NTRenameWindowController::updateTipColour);
+            &NTRenameWindowController::updateColours);
 
     observeWindowWillClose();
 }
@@ -73,10 +82,13 @@ void NTRenameWindowController::textDidChangeWithNotification() {
     tipField()->clear();
 }
 
-void NTRenameWindowController::updateTipColour() {
+void NTRenameWindowController::updateColours() {
+    const bool dark = LLDrakMode::isDarkMode();
     QPalette tipPalette = tipField()->palette();
-    tipPalette.setColor(QPalette::WindowText, errorColour());
+    tipPalette.setColor(QPalette::WindowText, errorColour(dark));
     tipField()->setPalette(tipPalette);
+    for (int state = 0; state < 3; ++state)
+        cancelButton()->setBackgroundColorForSate(cancelColour(dark, state), state);
 }
 
 LLButton *NTRenameWindowController::okButton() const {

@@ -41,7 +41,7 @@ public:
 
 private:
     void windowDidLoad();
-    void updateTipColour();
+    void updateColours();
 
     std::unique_ptr<Ui::NTRenameWindowController> m_ui;
     int m_response = 0;

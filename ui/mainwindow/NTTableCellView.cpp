@@ -14,6 +14,6 @@ NTImageView *NTTableCellView::imageView() const {
     return m_ui->imageView;
 }
 
-QLabel *NTTableCellView::textField() const {
+NTTruncatingLabel *NTTableCellView::textField() const {
     return m_ui->textField;
 }

@@ -4,8 +4,8 @@
 
 #include <memory>
 
-class QLabel;
 class NTImageView;
+class NTTruncatingLabel;
 namespace Ui {
 class NTTableCellView;
 }
@@ -19,7 +19,7 @@ public:
     ~NTTableCellView() override;
 
     NTImageView *imageView() const;
-    QLabel *textField() const;
+    NTTruncatingLabel *textField() const;
 
 private:
     std::unique_ptr<Ui::NTTableCellView> m_ui;

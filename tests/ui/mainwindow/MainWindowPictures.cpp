@@ -9,6 +9,7 @@
 #include "ui/mainwindow/NTRenameWindowController.h"
 #include "ui/mainwindow/NTTableCellView.h"
 #include "ui/mainwindow/NTTableRowView.h"
+#include "ui/mainwindow/NTTruncatingLabel.h"
 
 #include <QApplication>
 #include <QDir>

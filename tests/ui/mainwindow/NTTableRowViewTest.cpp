@@ -5,6 +5,7 @@
 #include "ui/mainwindow/NTBackGroundView.h"
 #include "ui/mainwindow/NTImageView.h"
 #include "ui/mainwindow/NTTableCellView.h"
+#include "ui/mainwindow/NTTruncatingLabel.h"
 #include "ui_BackGroundViewForm.h"
 
 #include <QAbstractButton>
