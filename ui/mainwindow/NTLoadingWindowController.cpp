@@ -36,6 +36,8 @@ NTLoadingWindowController::beginSheet(QWidget *parent, const std::optional<QStri
 void NTLoadingWindowController::windowDidLoad() {
     if (m_tipText) {
         tipTextField()->setText(*m_tipText);
+        // The sheet has no title bar, but screen readers announce windows by their title.
+        setWindowTitle(*m_tipText);
         loadingIndicator()->setAccessibleName(*m_tipText);
     }
     loadingIndicator()->startAnimation();

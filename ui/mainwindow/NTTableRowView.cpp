@@ -45,6 +45,7 @@ void NTTableRowView::updateImage() {
     if (!imageView)
         return;
     imageView->setImage(LLImage::imageNamed(imageNameFor(m_isInternal, isSelected())));
+    imageView->setAccessibleName(m_isInternal ? qtTrId("disk_internal") : qtTrId("disk_external"));
 }
 
 void NTTableRowView::updateTextColour() {
