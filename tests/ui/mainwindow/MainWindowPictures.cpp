@@ -3,6 +3,7 @@
 #include "system/MuLanguage.h"
 #include "system/UserDefaults.h"
 #include "tests/support/RecordingInteraction.h"
+#include "ui/controls/ThemePalette.h"
 #include "ui/mainwindow/NTBackGroundView.h"
 #include "ui/mainwindow/NTFullAccessWindowController.h"
 #include "ui/mainwindow/NTLoadingWindowController.h"
@@ -32,16 +33,6 @@ void save(QWidget &widget, const QString &name) {
     const QString path = g_folder % u'/' % name % u".png"_s;
     if (!widget.grab().save(path))
         std::fprintf(stderr, "could not save %s\n", qPrintable(path));
-}
-
-QPalette darkPalette() {
-    QPalette dark(QColor::fromRgb(58, 58, 58), QColor::fromRgb(48, 48, 48));
-    for (QPalette::ColorRole role :
-         {QPalette::WindowText, QPalette::Text, QPalette::ButtonText, QPalette::BrightText})
-        dark.setColor(role, QColor::fromRgb(238, 238, 238));
-    dark.setColor(QPalette::Base, QColor::fromRgb(36, 36, 36));
-    dark.setColor(QPalette::PlaceholderText, QColor::fromRgb(150, 150, 150));
-    return dark;
 }
 
 void saveRows(const QString &suffix) {
@@ -98,11 +89,10 @@ int main(int argc, char **argv) {
     QApplication app(argc, argv);
     g_folder = QStringLiteral(VANTRELO_PICTURES_DIR);
     QDir().mkpath(g_folder);
-    const QPalette light = QApplication::palette();
     for (const bool dark : {false, true}) {
         UserDefaults::globalDomain().setObject(dark ? u"Dark"_s : u"Light"_s,
                                                u"AppleInterfaceStyle"_s);
-        QApplication::setPalette(dark ? darkPalette() : light);
+        ThemePalette::apply();
         for (const QString &language : {u"en"_s, u"zh-Hans"_s, u"ja"_s, u"de"_s, u"fr"_s}) {
             MuLanguage::setLanguage(language);
             UserDefaults::standard().setObject(QStringList{language}, u"AppleLanguages"_s);
