@@ -58,7 +58,8 @@ QList<Event> g_events;
 
 QString field(const QString &message, const QString &key) {
     const QRegularExpression pattern(u"\"%1\"\\s*,\\s*\"((?:[^\"\\\\]|\\\\.)*)\""_s.arg(key));
-    return pattern.match(message).captured(1);
+    QString value = pattern.match(message).captured(1);
+    return value.replace(u"\\\""_s, u"\""_s).replace(u"\\\\"_s, u"\\"_s);
 }
 
 void recordEvents(QtMsgType, const QMessageLogContext &context, const QString &message) {
@@ -150,10 +151,17 @@ protected:
         return g_standIn->record().requests.mid(from);
     }
     // Every reply sent so far has been handled and its hop to this thread run.
+    // A command dropped with a broken connection is sent again over the next one.
     void drainChannel() {
-        std::atomic_bool answered = false;
-        NTCommandHelper::shared()->sendCommand(7, {}, [&](const auto &) { answered = true; });
-        ASSERT_TRUE(waitUntil([&] { return answered.load(); }));
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            auto answered = std::make_shared<std::atomic_int>(0); // 1 replied, 2 dropped
+            NTCommandHelper::shared()->sendCommand(
+                7, {}, [answered](const auto &) { *answered = 1; },
+                [answered](const QString &) { *answered = 2; });
+            ASSERT_TRUE(waitUntil([&] { return *answered != 0; }));
+            if (*answered == 1)
+                break;
+        }
         QCoreApplication::processEvents();
     }
     void answer(quint64 code, const wire::ReplyDictionary &reply) {
@@ -294,8 +302,9 @@ TEST_F(DiskPanel, MissingHelperOrDriverOffersTheInstallerForNtfs) {
     }
     panel({})->openDisk();
     EXPECT_EQ(events().last(), Event(u"download"_s, u"cancel download"_s));
-    EXPECT_TRUE(VendorSite::helperInstallerUrl().toString().endsWith(
-        u"/installer/Vantrelo%20Helper%20Installer.deb"_s));
+    EXPECT_TRUE(VendorSite::helperInstallerUrl()
+                    .toString(QUrl::FullyEncoded)
+                    .endsWith(u"/installer/Vantrelo%20Helper%20Installer.deb"_s));
 }
 
 // Without the helper another volume opens here, once "/" may be read: the folder chooser asks
@@ -329,7 +338,7 @@ struct MountCase {
 // Every answer but "nofulldiskaccess" refreshes the permission a moment later, failures too.
 TEST_F(DiskPanel, MountRepliesRefreshAndExplain) {
     const QString hibernated = u"Windows is hibernated: shut it down fully, then try again."_s;
-    const QString huge(60'000, u'x');
+    const QString huge(5'000, u'x');
     const MountCase cases[] = {
         {"success",
          {{u"result"_s, u""_s}},
@@ -465,8 +474,8 @@ TEST_F(DiskPanel, RepairAndEraseRunUnderASheetOnlyOnWritableVolumes) {
     ASSERT_TRUE(erase && repair);
     EXPECT_EQ(erase->tipTextField()->text(), qtTrId("disk_erase_loading"));
     EXPECT_EQ(repair->tipTextField()->text(), qtTrId("disk_repair_loading"));
+    ASSERT_TRUE(waitUntil([&] { return requestsFrom(before + 1).size() == 2; }));
     const QList<wire::Request> sent = requestsFrom(before + 1);
-    ASSERT_EQ(sent.size(), 2);
     EXPECT_EQ(sent[0].code, 4u);
     EXPECT_EQ(sent[1].code, 3u);
     EXPECT_EQ(sent[1].parameter, (wire::Dictionary{{u"bsdName"_s, u"sdb1"_s}}));
@@ -569,8 +578,11 @@ TEST_F(DiskPanel, RenameSendsTheTypedNameAndReportsTheOutcome) {
             continue;
         EXPECT_EQ(m_interaction.alerts.first().text, c.alert);
         if (c.outcome == u"success") { // the eject offer was taken
-            ASSERT_TRUE(waitUntil([&] { return requestsFrom(before).size() >= 4; }));
-            EXPECT_EQ(requestsFrom(before)[2].code, 2u);
+            ASSERT_TRUE(waitUntil([&] {
+                const QList<wire::Request> later = requestsFrom(before);
+                return std::any_of(later.cbegin(), later.cend(),
+                                   [](const wire::Request &r) { return r.code == 2; });
+            }));
         }
     }
     m_interaction.onModal = [](QDialog *dialog) { dialog->reject(); };
