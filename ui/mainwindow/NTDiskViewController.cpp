@@ -84,6 +84,12 @@ template <typename Work> void onMainThreadAfter(int delayMs, const Panel &panel,
     });
 }
 
+// Labels beside their values, quieter than the values yet readable on the pane (contrast 4.5:1).
+QColor secondaryTextColour(bool dark) {
+    const int grey = dark ? 208 : 110;
+    return QColor::fromRgb(grey, grey, grey);
+}
+
 QColor paneColour(bool dark) {
     const int grey = dark ? 90 : 245;
     return QColor::fromRgb(grey, grey, grey);
@@ -162,7 +168,6 @@ void NTDiskViewController::viewDidLoad() {
     };
     for (const auto &[field, key] : keys) {
         field->setText(qtTrId(key));
-        field->setForegroundRole(QPalette::PlaceholderText);
     }
     bsdNameValueField()->setText(drive.bsdName());
     mountPathValueField()->setText(drive.mountPath());
@@ -173,7 +178,6 @@ void NTDiskViewController::viewDidLoad() {
     freetotalSize()->setText(qtTrId("disk_totalsize_freesize")
                                  .arg(TLUtility::getFileSizeStrWithSize(drive.freeSize()),
                                       TLUtility::getFileSizeStrWithSize(drive.totalSize())));
-    freetotalSize()->setForegroundRole(QPalette::PlaceholderText);
     progressView()->setAccessibleName(freetotalSize()->text());
 
     if (!drive.isEjectable())
@@ -210,6 +214,12 @@ void NTDiskViewController::darkModeChangedWithSender() {
     reNameButton()->setIcon(LLImage::imageNamed(dark ? u"disk_rename_dark"_s : u"disk_rename"_s));
     bgView1()->setBackgroundColor(paneColour(dark));
     bgView2()->setBackgroundColor(paneColour(dark));
+    for (QLabel *label : {bsdNameKeyField(), mountPathKeyField(), formatKeyField(),
+                          permissionKeyField(), freetotalSize()}) {
+        QPalette palette = label->palette();
+        palette.setColor(QPalette::WindowText, secondaryTextColour(dark));
+        label->setPalette(palette);
+    }
     for (LLButton *button : {ejectButton(), repairButton(), eraseButton()}) {
         for (int state = 0; state < 3; ++state)
             button->setBackgroundColorForSate(quietButtonColour(dark, state), state);
