@@ -69,6 +69,7 @@ const char *const kButtonIndexProperty = "vantreloAlertButtonIndex";
 std::unique_ptr<QMessageBox> Interaction::makeAlertBox(QWidget *parent, const Alert &alert) {
     auto box = std::make_unique<QMessageBox>(iconFor(alert.style), alert.title, alert.text,
                                              QMessageBox::NoButton, parent);
+    box->setInformativeText(alert.informativeText);
     for (qsizetype i = 0; i < alert.buttons.size(); ++i) {
         QPushButton *button = box->addButton(alert.buttons.at(i), roleFor(i, alert.buttons.size()));
         // The desktop may show the buttons in another order than they were given in.

@@ -21,6 +21,8 @@ public:
         // The first is the affirmative one.
         QStringList buttons;
         AlertStyle style = AlertStyle::Informational;
+        // Details under the message, such as the reason a helper gave; none when empty.
+        QString informativeText{};
     };
     // The first button answers 1000, the second 1001, and so on.
     static constexpr int kFirstButtonReturn = 1000;

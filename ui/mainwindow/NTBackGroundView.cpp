@@ -11,7 +11,19 @@ void NTBackGroundView::setBackgroundColor(const QColor &color) {
     update();
 }
 
+void NTBackGroundView::setCornerRadius(double radius) {
+    m_cornerRadius = radius;
+    update();
+}
+
 void NTBackGroundView::paintEvent(QPaintEvent *event) {
     QPainter painter(this);
-    painter.fillRect(event->rect(), m_backgroundColor);
+    if (m_cornerRadius <= 0.0) {
+        painter.fillRect(event->rect(), m_backgroundColor);
+        return;
+    }
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(m_backgroundColor);
+    painter.drawRoundedRect(QRectF(rect()), m_cornerRadius, m_cornerRadius);
 }

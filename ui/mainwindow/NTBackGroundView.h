@@ -13,10 +13,14 @@ public:
 
     QColor backgroundColor() const { return m_backgroundColor; }
     void setBackgroundColor(const QColor &color);
+    // Square corners until set.
+    double cornerRadius() const { return m_cornerRadius; }
+    void setCornerRadius(double radius);
 
 protected:
     void paintEvent(QPaintEvent *event) override;
 
 private:
     QColor m_backgroundColor = Qt::transparent;
+    double m_cornerRadius = 0.0;
 };

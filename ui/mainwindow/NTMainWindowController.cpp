@@ -11,6 +11,7 @@
 #include "ui/mainwindow/NTTableCellView.h"
 #include "ui/mainwindow/NTTableRowView.h"
 #include "ui/mainwindow/NTTruncatingLabel.h"
+#include "ui/mainwindow/StandardOutput.h"
 #include "ui_NTMainWindowController.h"
 #include "util/TLUtility.h"
 
@@ -22,7 +23,6 @@
 #include <QTimer>
 
 #include <algorithm>
-#include <cstdio>
 
 using namespace Qt::StringLiterals;
 
@@ -41,30 +41,6 @@ NTDiskDrivePtr recordOf(const QVariant &item) {
 
 QVariant itemOf(const NTDiskDrivePtr &drive) {
     return QVariant::fromValue(drive);
-}
-
-void printLine(const QString &line) {
-    std::fputs(qPrintable(line + u'\n'), stdout);
-    std::fflush(stdout);
-}
-
-QString quoted(QString text) {
-    text.replace(u'\\', u"\\\\"_s).replace(u'"', u"\\\""_s).replace(u'\n', u"\\n"_s);
-    return u'"' + text + u'"';
-}
-
-// A reply as the log shows dictionaries: one "key = value;" line per entry.
-QString replyDescription(const wire::ReplyDictionary &reply) {
-    QString text = u"{\n"_s;
-    for (auto it = reply.cbegin(); it != reply.cend(); ++it) {
-        const QVariant &value = it.value();
-        const QString shown =
-            value.metaType() == QMetaType::fromType<QString>() ? quoted(value.toString())
-            : value.canConvert<QString>()                      ? value.toString()
-                                          : u"<%1>"_s.arg(QString::fromLatin1(value.typeName()));
-        text += u"    "_s + it.key() + u" = "_s + shown + u";\n"_s;
-    }
-    return text + u'}';
 }
 
 template <typename T> T *outlet(T *widget, const char *name) {
@@ -277,7 +253,7 @@ void NTMainWindowController::dropUnlistedPanels() {
 }
 
 bool NTMainWindowController::shouldMountAutomatically(const NTDiskDrive &drive) {
-    return drive.formatDescription().toLower() == "windows ntfs"_L1 && !drive.isWritable() &&
+    return NTDiskViewController::isNTFS(drive) && !drive.isWritable() &&
            TLUtility::checkHelperAppInstalled() && TLUtility::checkFuseInstalled();
 }
 
@@ -297,14 +273,14 @@ void NTMainWindowController::autoMountDisk(const NTDiskDrivePtr &drive) {
     if (std::none_of(external.cbegin(), external.cend(), [&drive](const NTDiskDrivePtr &d) {
             return d->mountPath() == drive->mountPath();
         })) {
-        printLine(u"auto mount disCoonected"_s);
+        StandardOutput::printLine(u"auto mount disCoonected"_s);
         return;
     }
     const wire::Dictionary parameter{{u"name"_s, drive->name()}, {u"bsdName"_s, drive->bsdName()}};
     NTCommandHelper::shared()->sendCommand(
         kMountReadWriteCommand, parameter,
         [window = QPointer(this), drive](const wire::ReplyDictionary &reply) {
-            printLine(u"auto mount result: "_s + replyDescription(reply));
+            StandardOutput::printLine(u"auto mount result: "_s + StandardOutput::describe(reply));
             // The pointer is read on the main thread only, where the window is destroyed.
             QMetaObject::invokeMethod(
                 QCoreApplication::instance(),

@@ -18,7 +18,8 @@ Interaction::Alert threeButtonAlert() {
     return {QStringLiteral("Eject"),
             QStringLiteral("Eject the volume?"),
             {QStringLiteral("Eject"), QStringLiteral("Later"), QStringLiteral("Cancel")},
-            Interaction::AlertStyle::Warning};
+            Interaction::AlertStyle::Warning,
+            QStringLiteral("Files still open on it may lose their last changes.")};
 }
 
 QAbstractButton *buttonNamed(const QMessageBox &box, const QString &text) {
@@ -33,6 +34,7 @@ TEST(Interaction, AlertAnswersByTheOrderButtonsWereGiven) {
     for (qsizetype i = 0; i < alert.buttons.size(); ++i) {
         const std::unique_ptr<QMessageBox> box = Interaction::makeAlertBox(nullptr, alert);
         EXPECT_EQ(box->icon(), QMessageBox::Warning);
+        EXPECT_EQ(box->informativeText(), alert.informativeText);
         EXPECT_EQ(box->defaultButton()->text(), alert.buttons.first());
         EXPECT_EQ(box->escapeButton()->text(), alert.buttons.last());
         QAbstractButton *button = buttonNamed(*box, alert.buttons.at(i));

@@ -326,7 +326,7 @@ TEST_F(MainWindow, AutomaticMountAsksTheHelperForExternalVolumesOnly) {
     EXPECT_EQ(requests[0].code, 1u);
     EXPECT_EQ(requests[0].parameter,
               (wire::Dictionary{{u"name"_s, u"Passport"_s}, {u"bsdName"_s, u"sdpassport"_s}}));
-    EXPECT_TRUE(output.text().contains("auto mount result: {\n    result = \"\";\n}\n"_L1))
+    EXPECT_TRUE(output.text().contains("auto mount result: {\"result\": \"\"}\n"_L1))
         << output.text().toStdString();
 }
 
@@ -342,7 +342,7 @@ TEST_F(MainWindow, OddOrMissingRepliesNeverHurtTheWindow) {
         volume(u"Odd"_s, u"/nonexistent/odd"_s, false, u"Windows NTFS"_s, false);
     window->diskDidMount(odd);
     ASSERT_TRUE(testsupport::waitUntil([&odd] { return odd->isWritable(); }));
-    EXPECT_TRUE(output.text().contains("    result = 7;\n"_L1));
+    EXPECT_TRUE(output.text().contains("\"result\": 7"_L1));
 
     // The window goes before the reply comes: the late reply is printed and nothing else.
     helper().setHandler([](const wire::Request &) {
