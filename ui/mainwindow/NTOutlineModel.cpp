@@ -161,7 +161,18 @@ bool NTOutlineModel::hasChildren(const QModelIndex &parent) const {
 
 QVariant NTOutlineModel::data(const QModelIndex &index, int role) const {
     const NTDiskDrive *record = recordOf(itemAtIndex(index));
-    if (!record || (role != Qt::DisplayRole && role != Qt::AccessibleTextRole))
+    if (!record)
         return {};
-    return record->name();
+    switch (role) {
+    case Qt::DisplayRole:
+    case Qt::AccessibleTextRole:
+        return record->name();
+    case Qt::AccessibleDescriptionRole: {
+        // A screen reader says which group a volume is in.
+        const NTDiskDrive *group = recordOf(itemAtIndex(index.parent()));
+        return group ? group->name() : QVariant();
+    }
+    default:
+        return {};
+    }
 }

@@ -54,6 +54,8 @@ protected:
     QModelIndex moveCursor(CursorAction cursorAction, Qt::KeyboardModifiers modifiers) override;
     void rowsInserted(const QModelIndex &parent, int start, int end) override;
     void reset() override;
+    // The row widgets draw everything: no arrows, no highlight of the style beside them.
+    void drawRow(QPainter *, const QStyleOptionViewItem &, const QModelIndex &) const override {}
 
 private:
     class RowDelegate;

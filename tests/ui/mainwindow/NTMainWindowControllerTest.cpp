@@ -1,8 +1,10 @@
 #include "ui/mainwindow/NTMainWindowController.h"
 
 #include "helperclient/NTCommandHelper.h"
+#include "system/MuLanguage.h"
 #include "system/UserDefaults.h"
 #include "tests/helperclient/StandInHelper.h"
+#include "tests/support/LayoutAudit.h"
 #include "tests/support/QtPrinters.h"
 #include "tests/support/RecordingInteraction.h"
 #include "tests/support/Wait.h"
@@ -390,6 +392,33 @@ TEST_F(MainWindow, ThemeCloseAndRatingHook) {
     window->showWindow();
     EXPECT_TRUE(window->isVisible());
     EXPECT_EQ(rowNames(*window), rows);
+}
+
+// The window with several volumes, each selected in turn, in every language: translated texts that
+// fit, rows that screen readers can name.
+TEST_F(MainWindow, TextsAreTranslatedAndFitInEveryLanguage) {
+    disks->add({u"nvme0n1p2"_s, u"/"_s, u"System"_s, u"ext4"_s, false, false});
+    disks->add({u"sdb1"_s, u"/media/anna/My Passport"_s, u"My Passport"_s, u"ntfs"_s, true, true});
+    disks->add({u"sdc1"_s, u"/media/anna/Backup"_s, u"Backup"_s, u"ntfs"_s, true, false});
+    const QStringList keys = testsupport::translationKeys();
+    ASSERT_FALSE(keys.isEmpty());
+    for (const QString &language : {u"en"_s, u"zh-Hans"_s, u"ja"_s, u"de"_s, u"fr"_s}) {
+        MuLanguage::setLanguage(language);
+        auto window = loadedWindow();
+        NTOutlineModel *model = window->outlineView()->outlineModel();
+        const QModelIndex system = model->index(0, 0, model->index(0, 0));
+        EXPECT_EQ(model->data(system, Qt::AccessibleTextRole).toString(), u"System"_s);
+        EXPECT_EQ(model->data(system, Qt::AccessibleDescriptionRole).toString(),
+                  qtTrId("disk_internal"));
+        for (int row : {1, 3, 4}) {
+            window->outlineView()->selectRow(row);
+            QCoreApplication::processEvents();
+            const std::string where = language.toStdString() + " row " + std::to_string(row);
+            EXPECT_EQ(testsupport::clippedTexts(window.get()), QStringList()) << where;
+            EXPECT_EQ(testsupport::untranslatedTexts(window.get(), keys), QStringList()) << where;
+        }
+    }
+    MuLanguage::setLanguage({});
 }
 
 } // namespace
