@@ -1,6 +1,7 @@
 #include "ui/controls/LLImage.h"
 
 #include <QFile>
+#include <QHash>
 
 namespace {
 
@@ -22,9 +23,16 @@ QString themeNameFor(const QString &name) {
 } // namespace
 
 QIcon LLImage::imageNamed(const QString &name) {
+    // One icon per name, so its engine's rendered sizes are reused by every window that shows
+    // it: drawing a guide picture from its SVG takes milliseconds. Main thread only.
+    static QHash<QString, QIcon> cache;
+    const auto cached = cache.constFind(name);
+    if (cached != cache.constEnd())
+        return *cached;
     const QIcon bundled = hasBundledImage(name) ? QIcon(bundledPath(name)) : QIcon();
     const QString themeName = themeNameFor(name);
-    return themeName.isEmpty() ? bundled : QIcon::fromTheme(themeName, bundled);
+    return cache.insert(name, themeName.isEmpty() ? bundled : QIcon::fromTheme(themeName, bundled))
+        .value();
 }
 
 bool LLImage::hasBundledImage(const QString &name) {

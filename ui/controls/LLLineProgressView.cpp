@@ -87,7 +87,8 @@ void LLLineProgressView::setProgressColor(const QColor &color) {
 double LLLineProgressView::displayedPercent() const {
     if (!std::isfinite(m_fraction))
         return m_fraction > 0 ? 100.0 : 0.0;
-    return qBound(0.0, m_fraction * 100.0, 100.0);
+    // The fraction is kept at float precision; readers get hundredths, not its noise.
+    return std::round(qBound(0.0, m_fraction * 100.0, 100.0) * 100.0) / 100.0;
 }
 
 void LLLineProgressView::updateProgressRect() {

@@ -67,6 +67,20 @@ void LLTextFieldCell::centerText() {
     setTextMargins(kHorizontalPadding, top, kHorizontalPadding, bottom);
 }
 
+QSize LLTextFieldCell::withoutCentringMargins(QSize hint) const {
+    const QMargins margins = textMargins();
+    hint.rheight() -= margins.top() + margins.bottom();
+    return hint;
+}
+
+QSize LLTextFieldCell::sizeHint() const {
+    return withoutCentringMargins(QLineEdit::sizeHint());
+}
+
+QSize LLTextFieldCell::minimumSizeHint() const {
+    return withoutCentringMargins(QLineEdit::minimumSizeHint());
+}
+
 void LLTextFieldCell::resizeEvent(QResizeEvent *event) {
     centerText();
     QLineEdit::resizeEvent(event);

@@ -17,6 +17,11 @@ public:
     // The bounding size of text in font, wrapped within maxSize.
     static QSizeF sizeWithString(const QString &text, const QFont &font, const QSizeF &maxSize);
 
+    // Without the margins that centre the text: they follow the height, so a layout sizing
+    // the field to its hint would otherwise grow it without end.
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
+
 protected:
     void paintEvent(QPaintEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
@@ -25,4 +30,5 @@ protected:
 private:
     void applyTheme();
     void centerText();
+    QSize withoutCentringMargins(QSize hint) const;
 };

@@ -16,6 +16,7 @@
 #include "ui/mainwindow/NTFullAccessWindowController.h"
 #include "ui/mainwindow/NTLoadingWindowController.h"
 #include "ui/mainwindow/NTRenameWindowController.h"
+#include "ui/mainwindow/StandardOutput.h"
 #include "ui_NTDiskViewController.h"
 #include "util/TLUtility.h"
 #include "util/VendorSite.h"
@@ -25,8 +26,6 @@
 #include <QPointer>
 #include <QThreadPool>
 #include <QTimer>
-
-#include <cstdio>
 
 using namespace Qt::StringLiterals;
 using namespace helpercommand;
@@ -45,24 +44,15 @@ void track(const QString &action, const QString &param = {}) {
     GoogleAnalytics::trackEventName(u"DiskOperation"_s, action, param);
 }
 
-void printLine(const QString &line) {
-    std::fputs((line + u'\n').toUtf8().constData(), stdout);
-    std::fflush(stdout);
-}
-
-// The whole reply, types included: {"result": "..."}.
-QString describe(const wire::ReplyDictionary &reply) {
-    return QCborValue::fromVariant(QVariant(reply)).toDiagnosticNotation();
-}
-
 QString shownReason(const QString &reason) {
     return reason.size() <= kMaxShownReason ? reason : reason.left(kMaxShownReason) + QChar(0x2026);
 }
 
 void sendPrinting(quint64 code, const wire::Dictionary &parameter, const QString &prefix) {
     NTCommandHelper::shared()->sendCommand(
-        code, parameter,
-        [prefix](const wire::ReplyDictionary &reply) { printLine(prefix + describe(reply)); });
+        code, parameter, [prefix](const wire::ReplyDictionary &reply) {
+            StandardOutput::printLine(prefix + StandardOutput::describe(reply));
+        });
 }
 
 // Replies run on the channel's thread. The hop goes through the application object, which
@@ -263,7 +253,7 @@ void NTDiskViewController::openDisk() {
                 if (result == u"nofulldiskaccess"_s) {
                     track(u"open"_s, u"nofulldiskaccess"_s);
                     onMainThreadWaiting(panel, [](auto *self) { self->fullDiskWindow(); });
-                    printLine(u"mountDisk result:nofulldiskaccess"_s);
+                    StandardOutput::printLine(u"mountDisk result:nofulldiskaccess"_s);
                     return;
                 }
                 onMainThreadAfter(kRefreshDelayMs, panel, [](auto *self) {
@@ -272,13 +262,13 @@ void NTDiskViewController::openDisk() {
                 if (result && result->isEmpty()) {
                     track(u"mount success"_s,
                           u"name:"_s + drive->name() + u"&bsdName:"_s + drive->bsdName());
-                    printLine(u"mountDisk success"_s);
+                    StandardOutput::printLine(u"mountDisk success"_s);
                     return;
                 }
                 const QString reason = result.value_or(QString());
                 onMainThreadWaiting(panel, [reason](auto *self) { self->mountFailed(reason); });
-                track(u"mount failed"_s, u"failed:"_s + describe(reply));
-                printLine(u"mountDisk result:"_s + describe(reply));
+                track(u"mount failed"_s, u"failed:"_s + StandardOutput::describe(reply));
+                StandardOutput::printLine(u"mountDisk result:"_s + StandardOutput::describe(reply));
             });
         return;
     }
@@ -286,7 +276,7 @@ void NTDiskViewController::openDisk() {
     const QString mountPath = drive->mountPath();
     NTCommandHelper::shared()->sendCommand(
         kOpen, openParameter(mountPath), [panel, mountPath](const wire::ReplyDictionary &reply) {
-            printLine(u"openDisk result:"_s + describe(reply));
+            StandardOutput::printLine(u"openDisk result:"_s + StandardOutput::describe(reply));
             if (resultOf(reply) != u""_s)
                 return;
             // The helper only says the folder may be shown; the person's own session shows it.
@@ -362,7 +352,7 @@ void NTDiskViewController::runLoadingCommand(quint64 code, const wire::Dictionar
         NTLoadingWindowController::beginSheet(this, qtTrId(texts.loadingKey));
     NTCommandHelper::shared()->sendCommand(
         code, parameter, [sheet, texts](const wire::ReplyDictionary &reply) {
-            printLine(texts.printedPrefix + describe(reply));
+            StandardOutput::printLine(texts.printedPrefix + StandardOutput::describe(reply));
             QMetaObject::invokeMethod(QCoreApplication::instance(), [sheet, texts] {
                 if (!sheet)
                     return;

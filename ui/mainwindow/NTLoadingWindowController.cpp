@@ -16,8 +16,6 @@ NTLoadingWindowController::NTLoadingWindowController(QWidget *parent)
     : QDialog(parent, Qt::Dialog | Qt::FramelessWindowHint)
     , m_ui(std::make_unique<Ui::NTLoadingWindowController>()) {
     m_ui->setupUi(this);
-    // The rounded corners show what is behind the sheet.
-    setAttribute(Qt::WA_TranslucentBackground);
     setAttribute(Qt::WA_DeleteOnClose);
     setWindowModality(Qt::WindowModal);
 }
@@ -51,13 +49,26 @@ NTSpinningIndicator *NTLoadingWindowController::loadingIndicator() const {
     return m_ui->loadingIndicator;
 }
 
+QPainterPath NTLoadingWindowController::outline(const QRectF &bounds) {
+    QPainterPath shape;
+    shape.addRoundedRect(bounds, kCornerRadius, kCornerRadius);
+    return shape;
+}
+
 void NTLoadingWindowController::paintEvent(QPaintEvent *) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    QPainterPath shape;
-    shape.addRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), kCornerRadius,
-                         kCornerRadius);
+    const QPainterPath shape = outline(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5));
+    // Every pixel the mask lets through is opaque, so none shows black without a compositor.
+    painter.fillRect(rect(), palette().color(QPalette::Mid));
     painter.setPen(palette().color(QPalette::Mid));
     painter.setBrush(palette().color(QPalette::Window));
     painter.drawPath(shape);
+}
+
+void NTLoadingWindowController::resizeEvent(QResizeEvent *event) {
+    QDialog::resizeEvent(event);
+    // The rounded corners show what is behind the sheet. A mask rather than a translucent
+    // window, which shows black corners wherever nothing composites.
+    setMask(QRegion(outline(QRectF(rect())).toFillPolygon().toPolygon()));
 }

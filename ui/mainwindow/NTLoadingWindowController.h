@@ -6,6 +6,7 @@
 #include <optional>
 
 class QLabel;
+class QPainterPath;
 class NTSpinningIndicator;
 namespace Ui {
 class NTLoadingWindowController;
@@ -35,8 +36,11 @@ public:
 
 protected:
     void paintEvent(QPaintEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
 
 private:
+    static QPainterPath outline(const QRectF &bounds);
+
     std::unique_ptr<Ui::NTLoadingWindowController> m_ui;
     std::optional<QString> m_tipText;
 };

@@ -65,6 +65,8 @@ void NTRenameWindowController::present(QWidget *parent, const Continuation &cont
 void NTRenameWindowController::okAction() {
     if (inputField()->text().isEmpty()) {
         tipField()->setText(qtTrId("rename_error_empty"));
+        // Focus stays in the field, so the field itself tells what is wrong.
+        inputField()->setAccessibleDescription(tipField()->text());
         QAccessibleEvent alert(tipField(), QAccessible::Alert);
         QAccessible::updateAccessibility(&alert);
         return;
@@ -80,6 +82,7 @@ void NTRenameWindowController::cancelAction() {
 
 void NTRenameWindowController::textDidChangeWithNotification() {
     tipField()->clear();
+    inputField()->setAccessibleDescription({});
 }
 
 void NTRenameWindowController::updateColours() {

@@ -2,8 +2,10 @@
 
 #include "ui/controls/LLImage.h"
 #include "ui/mainwindow/NTImageView.h"
+#include "ui/mainwindow/NTTruncatingLabel.h"
 
 #include <QAbstractButton>
+#include <QAccessibleWidget>
 #include <QHBoxLayout>
 #include <QPaintEvent>
 #include <QPainter>
@@ -19,10 +21,40 @@ constexpr double kSelectionRadius = 5.0;
 const QColor kSelectionColour = QColor::fromRgb(212, 212, 212);
 const QColor kSelectedTextColour = QColor::fromRgb(29, 29, 31);
 
+// A screen reader meets each row as a list item named by its disk, and hears which is selected.
+class AccessibleRow : public QAccessibleWidget {
+public:
+    explicit AccessibleRow(QWidget *widget)
+        : QAccessibleWidget(widget, QAccessible::ListItem) {}
+
+    QString text(QAccessible::Text t) const override {
+        if (t == QAccessible::Name && widget()->accessibleName().isEmpty()) {
+            if (const auto *name = widget()->findChild<NTTruncatingLabel *>())
+                return name->text();
+        }
+        return QAccessibleWidget::text(t);
+    }
+
+    QAccessible::State state() const override {
+        QAccessible::State state = QAccessibleWidget::state();
+        state.selectable = true;
+        state.selected = static_cast<NTTableRowView *>(widget())->isSelected();
+        return state;
+    }
+};
+
+QAccessibleInterface *accessibleFactory(const QString &className, QObject *object) {
+    if (className == u"NTTableRowView"_s && object && object->isWidgetType())
+        return new AccessibleRow(static_cast<QWidget *>(object));
+    return nullptr;
+}
+
 } // namespace
 
 NTTableRowView::NTTableRowView(QWidget *parent)
     : QWidget(parent) {
+    static const bool factoryInstalled = (QAccessible::installFactory(accessibleFactory), true);
+    Q_UNUSED(factoryInstalled);
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins({});
     layout->setSpacing(0);
@@ -34,7 +66,14 @@ NTTableRowView::NTTableRowView(const QRect &frame, QWidget *parent)
 }
 
 void NTTableRowView::setSelected(bool selected) {
+    const bool changed = m_selected != selected;
     m_selected = selected;
+    if (changed && QAccessible::isActive()) {
+        QAccessible::State selection;
+        selection.selected = true;
+        QAccessibleStateChangeEvent event(this, selection);
+        QAccessible::updateAccessibility(&event);
+    }
     updateImage();
     updateTextColour();
     update();

@@ -171,11 +171,4 @@ TEST_F(LLDrakModeTest, ThePaletteFollowsTheAskedAppearanceAndOnlyThat) {
     EXPECT_EQ(QApplication::palette().color(QPalette::Window), QColor(30, 30, 30));
 }
 
-TEST(LLTextFieldCell, CentresOneLineOfTextWithoutTheRectsY) {
-    LLTextFieldCell field;
-    const double h = QFontMetricsF(field.font()).height();
-    const QRectF adjusted = field.adjustedFrameToVerticallyCenterText(QRectF(4, 50, 120, 40));
-    EXPECT_EQ(adjusted, QRectF(4, (40 - h) * 0.5, 120, h));
-}
-
 } // namespace

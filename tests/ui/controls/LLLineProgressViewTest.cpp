@@ -26,8 +26,8 @@ TEST(LLLineProgressView, FillsByTheValueCappedAtOneHundred) {
         // The cap is 100 whatever the maximum: 150 of 200 shows half.
         {200, 150, 100, 50},
         {100, -5, kWidth * static_cast<double>(-0.05f), 0},
-        {100, 100.0 / 3, kWidth * static_cast<double>(static_cast<float>(1.0 / 3)),
-         100 * static_cast<double>(static_cast<float>(1.0 / 3))},
+        // Drawn at float precision, read out in hundredths.
+        {100, 100.0 / 3, kWidth * static_cast<double>(static_cast<float>(1.0 / 3)), 33.33},
     };
     for (const FillCase &c : cases) {
         SCOPED_TRACE(c.value);

@@ -28,6 +28,10 @@ TEST(NTLoadingWindowController, SheetOnTheWindowShowsItsTipAndSpinsWhileUp) {
     EXPECT_EQ(interaction.sheets.first().parent, &window);
     EXPECT_EQ(sheet->windowModality(), Qt::WindowModal);
     EXPECT_EQ(sheet->tipTextField()->text(), u"Repairing the disk…"_s);
+    // Clear corners show black where nothing composites: the shape cuts them off.
+    EXPECT_FALSE(sheet->mask().contains(QPoint(0, 0)));
+    EXPECT_FALSE(sheet->mask().contains(QPoint(sheet->width() - 1, sheet->height() - 1)));
+    EXPECT_TRUE(sheet->mask().contains(QPoint(sheet->width() / 2, 0)));
 
     NTSpinningIndicator *indicator = sheet->loadingIndicator();
     EXPECT_TRUE(indicator->isTurning());

@@ -30,8 +30,10 @@ TEST(NTRenameWindowController, EmptyOkShowsTheErrorAndTypingClearsIt) {
     EXPECT_EQ(dialog.tipField()->text(), qtTrId("rename_error_empty"));
     EXPECT_EQ(QAccessible::queryAccessibleInterface(dialog.tipField())->text(QAccessible::Name),
               qtTrId("rename_error_empty"));
+    EXPECT_EQ(dialog.inputField()->accessibleDescription(), qtTrId("rename_error_empty"));
     type(dialog, u"x"_s);
     EXPECT_TRUE(dialog.tipField()->text().isEmpty());
+    EXPECT_TRUE(dialog.inputField()->accessibleDescription().isEmpty());
     EXPECT_EQ(QAccessible::queryAccessibleInterface(dialog.inputField())->text(QAccessible::Name),
               qtTrId("rename_newname_input"));
 }

@@ -9,6 +9,7 @@
 #include "ui_BackGroundViewForm.h"
 
 #include <QAbstractButton>
+#include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
 #include <QImage>
@@ -101,6 +102,24 @@ TEST(NTTableRowView, SelectionSwapsTheDriveImageOfTheCell) {
             EXPECT_EQ(same, other.image == c.image) << c.image << " against " << other.image;
         }
     }
+}
+
+TEST(NTTableRowView, ScreenReadersReadARowAsAListItemNamedByItsDisk) {
+    NTTableRowView row;
+    auto *cell = new NTTableCellView;
+    cell->textField()->setText(u"Windows"_s);
+    row.addSubview(cell);
+    QAccessibleInterface *accessible = QAccessible::queryAccessibleInterface(&row);
+    ASSERT_NE(accessible, nullptr);
+    EXPECT_EQ(accessible->role(), QAccessible::ListItem);
+    EXPECT_EQ(accessible->text(QAccessible::Name), u"Windows"_s);
+    for (const bool selected : {true, false}) {
+        row.setSelected(selected);
+        EXPECT_TRUE(accessible->state().selectable);
+        EXPECT_EQ(accessible->state().selected, selected);
+    }
+    row.setAccessibleName(u"Disk"_s);
+    EXPECT_EQ(accessible->text(QAccessible::Name), u"Disk"_s);
 }
 
 TEST(NTTableRowView, SelectedTextIsDarkOnTheGreyInADarkTheme) {

@@ -1,0 +1,74 @@
+#include "tests/helper/DaemonFixture.h"
+#include "tests/support/RecordingInteraction.h"
+#include "tests/support/Udevd.h"
+#include "tests/support/Wait.h"
+#include "ui/mainwindow/NTMainWindowController.h"
+#include "util/InstallPaths.h"
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The real window on the real disk manager and the real helper: an NTFS volume mounted read-only
+// after the window has loaded is listed, becomes writable where it is, and goes when unmounted.
+class MainWindowOnRealDisks : public DaemonTest {
+protected:
+    void SetUp() override {
+        DaemonTest::SetUp();
+        if (IsSkipped() || HasFatalFailure())
+            return;
+        ASSERT_EQ(udevd.start(), QString());
+        InstallPaths::setOverride(InstallPaths::Component::HelperSocket, socketPath);
+        InstallPaths::setOverride(InstallPaths::Component::HelperExecutable,
+                                  QStringLiteral(VANTRELO_HELPER_DAEMON));
+    }
+    void TearDown() override {
+        InstallPaths::clearOverrides();
+        DaemonTest::TearDown();
+    }
+
+    static NTDiskDrivePtr listedAt(const NTMainWindowController &window, const QString &path) {
+        for (const NTDiskDrivePtr &drive : window.externalDrive()->childArray())
+            if (drive->mountPath() == path)
+                return drive;
+        return nullptr;
+    }
+
+    testsupport::Udevd udevd;
+    RecordingInteraction interaction;
+};
+
+TEST_F(MainWindowOnRealDisks, ReadOnlyNtfsBecomesWritableInPlaceAndLeavesTheList) {
+    NTMainWindowController window;
+    bool loaded = false;
+    QObject::connect(&window, &NTMainWindowController::initialListDidLoad, &window,
+                     [&loaded] { loaded = true; });
+    window.showWindow();
+    ASSERT_TRUE(testsupport::waitUntil([&loaded] { return loaded; }));
+
+    std::unique_ptr<testsupport::LoopImage> image = ntfsImage(u"Auto"_s);
+    ASSERT_TRUE(image);
+    ASSERT_EQ(testsupport::Udevd::refresh(image->device()), QString());
+    QString why;
+    const QString path = image->mount(image->device(), u"ntfs"_s, true, &why);
+    ASSERT_FALSE(path.isEmpty()) << why.toStdString();
+
+    ASSERT_TRUE(testsupport::waitUntil([&] { return bool(listedAt(window, path)); }))
+        << "the volume never appeared in the list";
+    const NTDiskDrivePtr drive = listedAt(window, path);
+    EXPECT_EQ(drive->formatDescription(), u"Windows NTFS"_s);
+    EXPECT_TRUE(testsupport::waitUntil([&] {
+        return drive->isWritable() && NTDiskManager::checkWrite(path);
+    })) << "the helper never made it writable: "
+        << diskState(image->device()).toStdString();
+    EXPECT_TRUE(diskState(image->device()).endsWith(path + u" rw"_s))
+        << diskState(image->device()).toStdString();
+
+    ASSERT_TRUE(image->unmount(path));
+    EXPECT_TRUE(testsupport::waitUntil([&] { return !listedAt(window, path); }))
+        << "the volume stayed in the list";
+}
+
+} // namespace
