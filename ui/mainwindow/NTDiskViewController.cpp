@@ -67,10 +67,14 @@ template <typename Work> void onMainThreadWaiting(const Panel &panel, Work work)
         Qt::BlockingQueuedConnection);
 }
 
+// The timer starts on the main thread: one started here would belong to no thread's dispatcher
+// and outlive the program when it quits first.
 template <typename Work> void onMainThreadAfter(int delayMs, const Panel &panel, Work work) {
-    QTimer::singleShot(delayMs, QCoreApplication::instance(), [panel, work] {
-        if (panel)
-            work(panel.data());
+    QMetaObject::invokeMethod(QCoreApplication::instance(), [delayMs, panel, work] {
+        QTimer::singleShot(delayMs, QCoreApplication::instance(), [panel, work] {
+            if (panel)
+                work(panel.data());
+        });
     });
 }
 
