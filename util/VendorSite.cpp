@@ -5,6 +5,12 @@ using namespace Qt::StringLiterals;
 #ifndef VANTRELO_VENDOR_SITE
 #define VANTRELO_VENDOR_SITE "https://vantrelo.app/"
 #endif
+#ifndef VANTRELO_SUPPORT_EMAIL
+#define VANTRELO_SUPPORT_EMAIL "support@vantrelo.app"
+#endif
+#ifndef VANTRELO_STORE_ID
+#define VANTRELO_STORE_ID "com.corvin.Vantrelo"
+#endif
 
 namespace {
 
@@ -34,6 +40,17 @@ QUrl VendorSite::helperGuideUrl(const QString &language) {
 
 QUrl VendorSite::helperInstallerUrl() {
     return onSite(u"installer/Vantrelo Helper Installer.deb"_s);
+}
+
+QUrl VendorSite::feedbackUrl() {
+    const QUrl url(u"mailto:"_s + QStringLiteral(VANTRELO_SUPPORT_EMAIL) + u"?subject=Vantrelo"_s,
+                   QUrl::StrictMode);
+    return url.isValid() ? url : QUrl();
+}
+
+QUrl VendorSite::reviewUrl() {
+    const QUrl url(u"appstream://"_s + QStringLiteral(VANTRELO_STORE_ID), QUrl::StrictMode);
+    return url.isValid() ? url : QUrl();
 }
 
 QString VendorSite::guideLanguage(const QString &tableLanguage) {
