@@ -6,12 +6,10 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR "Corvin")
 set(CPACK_PACKAGE_CONTACT "Vantrelo maintainers <support@vantrelo.app>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Disk utility that makes NTFS disks writable")
-set(CPACK_PACKAGE_DESCRIPTION
-  "Vantrelo lives in the system tray and lists every mounted volume. When an external NTFS volume\n"
-  "shows up read-only, its privileged helper mounts it again read/write through NTFS-3G for the\n"
-  "person at the session. It also ejects, renames, repairs and erases disks.")
-# Absolute destinations (the polkit actions) must land in the package too, not on this machine.
-set(CPACK_SET_DESTDIR ON)
+string(CONCAT CPACK_PACKAGE_DESCRIPTION
+  "Vantrelo lives in the system tray and lists every mounted volume. When an external NTFS "
+  "volume shows up read-only, its privileged helper mounts it again read/write through NTFS-3G "
+  "for the person at the session. It also ejects, renames, repairs and erases disks.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 if(NOT CMAKE_INSTALL_PREFIX STREQUAL CPACK_PACKAGING_INSTALL_PREFIX)
   message(STATUS "CMAKE_INSTALL_PREFIX is ${CMAKE_INSTALL_PREFIX}: a Debian package built here "
