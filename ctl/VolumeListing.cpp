@@ -1,5 +1,7 @@
 #include "ctl/VolumeListing.h"
 
+#include "util/TLUtility.h"
+
 #include <algorithm>
 #include <functional>
 #include <vector>
@@ -97,6 +99,11 @@ void appendEscaped(QString &out, const QString &text) {
     }
 }
 
+QString sizeText(qint64 bytes, SizeStyle sizes) {
+    return sizes == SizeStyle::Bytes ? QString::number(bytes)
+                                     : TLUtility::getFileSizeStrWithSize(bytes);
+}
+
 } // namespace
 
 QByteArray volumesAsJson(const NTDiskDriveList &drives) {
@@ -115,7 +122,7 @@ QByteArray volumesAsJson(const NTDiskDriveList &drives) {
     return out;
 }
 
-QString volumesAsText(const NTDiskDriveList &drives) {
+QString volumesAsText(const NTDiskDriveList &drives, SizeStyle sizes) {
     QString out = u"DEVICE\tMOUNT\tFORMAT\tSIZE\tFREE\tACCESS\tGROUP\tNAME\n"_s;
     out.reserve(drives.size() * 120 + out.size());
     for (const NTDiskDrivePtr &drive : drives) {
@@ -124,8 +131,8 @@ QString volumesAsText(const NTDiskDriveList &drives) {
         appendEscaped(out, drive->mountPath());
         out += u'\t';
         appendEscaped(out, drive->formatDescription());
-        out += u'\t' + QString::number(drive->totalSize()) + u'\t' +
-               QString::number(drive->freeSize()) + u'\t' +
+        out += u'\t' + sizeText(drive->totalSize(), sizes) + u'\t' +
+               sizeText(drive->freeSize(), sizes) + u'\t' +
                (drive->isWritable() ? "read/write"_L1 : "read-only"_L1) + u'\t' +
                (drive->isInternal() ? "internal"_L1 : "external"_L1) + u'\t';
         appendEscaped(out, drive->name());

@@ -18,7 +18,7 @@ void write(FILE *stream, const QByteArray &bytes) {
 }
 
 int usage() {
-    write(stderr, "usage: vantreloctl list [--json] [--verbose]\n"
+    write(stderr, "usage: vantreloctl list [--json] [--bytes] [--verbose]\n"
                   "       vantreloctl mount-rw DEVICE | open PATH | eject DEVICE | repair DEVICE\n"
                   "       vantreloctl erase DEVICE | rename DEVICE NAME | helper-version\n");
     return 2;
@@ -26,15 +26,17 @@ int usage() {
 
 int listVolumes(const QStringList &options) {
     for (const QString &option : options)
-        if (option != "--json"_L1 && option != "--verbose"_L1)
+        if (option != "--json"_L1 && option != "--bytes"_L1 && option != "--verbose"_L1)
             return usage();
     // The per-volume log lines are for the application's log, not a terminal.
     if (!options.contains("--verbose"_L1))
         QLoggingCategory::setFilterRules(u"vantrelo.disk.info=false"_s);
     NTDiskManager manager(DiskSystem::local());
     const NTDiskDriveList drives = manager.getAllDiskDrive();
-    write(stdout,
-          options.contains("--json"_L1) ? volumesAsJson(drives) : volumesAsText(drives).toUtf8());
+    // JSON always carries exact bytes, so --bytes changes only the text listing.
+    const SizeStyle sizes = options.contains("--bytes"_L1) ? SizeStyle::Bytes : SizeStyle::Readable;
+    write(stdout, options.contains("--json"_L1) ? volumesAsJson(drives)
+                                                : volumesAsText(drives, sizes).toUtf8());
     return 0;
 }
 

@@ -11,6 +11,7 @@ packages=(
   polkitd
   xvfb xauth procps psmisc
   eject xdg-utils
+  desktop-file-utils appstream dpkg-dev file
   fonts-dejavu-core fonts-wqy-microhei
 )
 

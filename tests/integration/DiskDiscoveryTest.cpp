@@ -3,6 +3,7 @@
 #include "tests/support/QtPrinters.h"
 #include "tests/support/SystemCommand.h"
 #include "tests/support/Udevd.h"
+#include "util/TLUtility.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
@@ -102,7 +103,9 @@ TEST_F(RealDisks, LoopVolumesAreListedWithTheirFactsAndAsFindmntShowsThem) {
     const QString ctl = QStringLiteral(VANTRELO_BINARY_DIR "/ctl/vantreloctl");
     const auto json = runCommand(u"setpriv"_s, asNobody(ctl, {u"list"_s, u"--json"_s}));
     const auto text = runCommand(u"setpriv"_s, asNobody(ctl, {u"list"_s}));
-    ASSERT_TRUE(json.ok() && text.ok()) << json.output.toStdString() << text.output.toStdString();
+    const auto bytes = runCommand(u"setpriv"_s, asNobody(ctl, {u"list"_s, u"--bytes"_s}));
+    ASSERT_TRUE(json.ok() && text.ok() && bytes.ok())
+        << json.output.toStdString() << text.output.toStdString() << bytes.output.toStdString();
     QHash<QString, QJsonObject> listed;
     for (const QJsonValue &value : QJsonDocument::fromJson(json.output.toUtf8()).array())
         listed.insert(value[u"mountPath"_s].toString(), value.toObject());
@@ -121,6 +124,11 @@ TEST_F(RealDisks, LoopVolumesAreListedWithTheirFactsAndAsFindmntShowsThem) {
         EXPECT_EQ(NTDiskManager::checkWrite(paths[i]), !volume.readOnly);
         EXPECT_GT(drive[u"freeSize"_s].toInteger(), 0);
         EXPECT_LE(drive[u"freeSize"_s].toInteger(), drive[u"totalSize"_s].toInteger());
+        // Both text listings give the volume's line its sizes, read by a person or in bytes.
+        const qint64 total = drive[u"totalSize"_s].toInteger();
+        const QString sizes = u'\t' + volume.format + u'\t';
+        EXPECT_TRUE(text.output.contains(sizes + TLUtility::getFileSizeStrWithSize(total) + u'\t'));
+        EXPECT_TRUE(bytes.output.contains(sizes + QString::number(total) + u'\t'));
         EXPECT_EQ(drive[u"uuid"_s].toString(), blkidValue(volume.device, u"UUID"_s));
     }
 
