@@ -22,6 +22,7 @@
 #include <QScreen>
 #include <QSystemTrayIcon>
 #include <QThreadPool>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -65,7 +66,30 @@ void AppDelegate::applicationDidFinishLaunching() {
     applyLaunchAtLogin();
     ThemePalette::follow();
     m_mainWindowVC = std::make_unique<NTMainWindowController>(m_diskManager);
+    connect(m_mainWindowVC.get(), &NTMainWindowController::initialListDidLoad, this,
+            &AppDelegate::watchFirstListPaint);
     showMainPageWithSender(this);
+}
+
+void AppDelegate::watchFirstListPaint() {
+    m_mainWindowVC->outlineView()->viewport()->installEventFilter(this);
+}
+
+bool AppDelegate::eventFilter(QObject *watched, QEvent *event) {
+    if (event->type() == QEvent::Paint && m_mainWindowVC &&
+        watched == m_mainWindowVC->outlineView()->viewport()) {
+        watched->removeEventFilter(this);
+        // Queued, so the line comes once the painted window has gone out to the display.
+        QTimer::singleShot(0, this, &AppDelegate::reportListOnScreen);
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+void AppDelegate::reportListOnScreen() {
+    // Tells a person reading the log, and the start-up benchmark, that the window is ready.
+    const qsizetype volumes = m_mainWindowVC->internalDrive()->childArray().size() +
+                              m_mainWindowVC->externalDrive()->childArray().size();
+    qCInfo(lcApp).noquote() << u"Volume list on screen: %1 volumes"_s.arg(volumes);
 }
 
 bool AppDelegate::applicationShouldHandleReopen() {

@@ -43,6 +43,9 @@ public:
     QAction *launchOn() const;
     QAction *launchOff() const;
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     void recordLaunch();
     void makeStatusItem();
@@ -50,6 +53,8 @@ private:
     void applyLaunchAtLogin();
     void setLaunchAtLogin(bool on);
     void centreMainWindow();
+    void watchFirstListPaint();
+    void reportListOnScreen();
 
     NTDiskManager *const m_diskManager;
     CommandDelegate *const m_commandHelper;

@@ -14,6 +14,7 @@
 #include "util/InstallPaths.h"
 
 #include <QAction>
+#include <QCoreApplication>
 #include <QLoggingCategory>
 #include <QMutex>
 #include <QRegularExpression>
@@ -31,6 +32,7 @@ using Event = QStringList; // name, action, label
 
 QMutex g_eventMutex;
 QList<Event> g_events;
+QStringList g_listLines;
 
 QString field(const QString &message, const QString &key) {
     const QRegularExpression pattern(u"\"%1\"\\s*,\\s*\"([^\"]*)\""_s.arg(key));
@@ -39,12 +41,22 @@ QString field(const QString &message, const QString &key) {
 
 void recordEvents(QtMsgType, const QMessageLogContext &context, const QString &message) {
     static const QRegularExpression name(u"^event \"([^\"]*)\""_s);
+    if (qstrcmp(context.category, "vantrelo.app") == 0 && message.startsWith(u"Volume list"_s)) {
+        QMutexLocker lock(&g_eventMutex);
+        g_listLines.append(message);
+        return;
+    }
     const QRegularExpressionMatch match = name.match(message);
     if (qstrcmp(context.category, "vantrelo.analytics") != 0 || !match.hasMatch())
         return;
     QMutexLocker lock(&g_eventMutex);
     g_events.append(
         {match.captured(1), field(message, u"event_action"_s), field(message, u"event_label"_s)});
+}
+
+QStringList listLines() {
+    QMutexLocker lock(&g_eventMutex);
+    return g_listLines;
 }
 
 QList<Event> takeEvents() {
@@ -115,6 +127,19 @@ TEST_F(AppDelegateTest, FirstLaunchIsRecordedOnceThenLaterLaunches) {
     auto second = launch();
     EXPECT_EQ(takeEvents(), (QList<Event>{{u"LifeCycle"_s, u"soft_launch"_s, u""_s},
                                           {u"Menu"_s, u"show mainpage"_s, u""_s}}));
+}
+
+TEST_F(AppDelegateTest, LogSaysOnceWhenTheFilledListIsDrawn) {
+    g_listLines.clear();
+    // A manager made after the disks were added, so it reports none of them as new mounts.
+    NTDiskManager manager{FakeDisks::system(m_disks)};
+    AppDelegate app(&manager, &m_helper);
+    app.applicationDidFinishLaunching();
+    ASSERT_TRUE(testsupport::waitUntil([] { return !listLines().isEmpty(); }));
+    // Later paints of the list say nothing more.
+    app.mainWindowVC()->outlineView()->viewport()->repaint();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(listLines(), QStringList{u"Volume list on screen: 2 volumes"_s});
 }
 
 TEST_F(AppDelegateTest, StartBringsLoginItemInLineWithSetting) {
