@@ -9,7 +9,7 @@ packages=(
   libmount-dev libblkid-dev libudev-dev libgtest-dev libgmock-dev libbenchmark-dev
   ntfs-3g util-linux mount fdisk e2fsprogs btrfs-progs xfsprogs udisks2 dbus dbus-daemon udev systemd
   polkitd
-  xvfb xauth procps psmisc
+  xvfb xauth procps psmisc trayer xdotool x11-utils dbus-x11 libxcb1-dev
   eject xdg-utils
   desktop-file-utils appstream dpkg-dev file
   fonts-dejavu-core fonts-wqy-microhei
