@@ -11,28 +11,33 @@ namespace {
 
 constexpr int kMinimumWidth = 120;
 
+// Shown as written: an '&' in a translation ("Help & FAQ") is text, not a keyboard mnemonic.
+QString entryText(const char *id) {
+    return qtTrId(id).replace(u'&', u"&&"_s);
+}
+
 } // namespace
 
 StatusMenu::StatusMenu(QWidget *parent)
     : QMenu(parent)
-    , m_showMainPage(addAction(LLImage::imageNamed(u"app_menu_icon"_s), qtTrId("menu_home"))) {
+    , m_showMainPage(addAction(LLImage::imageNamed(u"app_menu_icon"_s), entryText("menu_home"))) {
     setMinimumWidth(kMinimumWidth);
     addSeparator();
-    m_ejectAll = addAction(qtTrId("disk_action_ejectAll"));
-    QMenu *launch = addMenu(qtTrId("menu_launch"));
+    m_ejectAll = addAction(entryText("disk_action_ejectAll"));
+    QMenu *launch = addMenu(entryText("menu_launch"));
     auto *launchGroup = new QActionGroup(launch);
-    m_launchOn = launch->addAction(qtTrId("menu_launch_on"));
-    m_launchOff = launch->addAction(qtTrId("menu_launch_off"));
+    m_launchOn = launch->addAction(entryText("menu_launch_on"));
+    m_launchOff = launch->addAction(entryText("menu_launch_off"));
     for (QAction *entry : {m_launchOn, m_launchOff}) {
         entry->setCheckable(true);
         launchGroup->addAction(entry);
     }
-    m_faq = addAction(qtTrId("menu_faq"));
-    m_feedback = addAction(qtTrId("menu_feedback"));
+    m_faq = addAction(entryText("menu_faq"));
+    m_feedback = addAction(entryText("menu_feedback"));
     addSeparator();
-    m_quit = addAction(qtTrId("menu_quit"));
+    m_quit = addAction(entryText("menu_quit"));
     m_quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
-    m_checkUpdate = new QAction(qtTrId("menu_checkupdate"), this);
+    m_checkUpdate = new QAction(entryText("menu_checkupdate"), this);
     setLaunchAtLogin(false);
 }
 
