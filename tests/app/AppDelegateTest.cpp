@@ -24,7 +24,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
+
 using namespace Qt::StringLiterals;
+
+// Takes the bundled pictures out of this process, as if the build had left them out.
+static void removeBundledImages() {
+    Q_CLEANUP_RESOURCE(vantrelo_images);
+}
 
 namespace {
 
@@ -100,6 +108,28 @@ protected:
         auto app = std::make_unique<AppDelegate>(&m_manager, &m_helper);
         app->applicationDidFinishLaunching();
         return app;
+    }
+
+    // Exits with 0 when only the pictures are gone, else with 1 and the faults.
+    [[noreturn]] void launchWithoutPicturesThenExit() {
+        removeBundledImages();
+        auto app = launch();
+        const StatusMenu &menu = *app->mainMenu();
+        QStringList faults;
+        const auto check = [&faults](bool holds, const QString &fault) {
+            if (!holds)
+                faults << fault;
+        };
+        check(app->statusItem()->icon().isNull(), u"the tray item has a picture"_s);
+        check(menu.showMainPage()->icon().isNull(), u"the first entry has a picture"_s);
+        check(app->statusItem()->contextMenu() == &menu, u"the tray item has no menu"_s);
+        check(menu.actions().size() == 8, u"entries are missing"_s);
+        check(app->statusItem()->isVisible() == QSystemTrayIcon::isSystemTrayAvailable(),
+              u"the tray item's visibility changed"_s);
+        check(app->mainWindowVC()->isVisible(), u"the window is not shown"_s);
+        std::fputs(qPrintable(faults.join(u"; "_s)), stderr);
+        std::fflush(stderr);
+        std::_Exit(faults.isEmpty() ? 0 : 1);
     }
 
     std::shared_ptr<FakeDisks> m_disks = std::make_shared<FakeDisks>();
@@ -184,6 +214,12 @@ TEST_F(AppDelegateTest, MenuHoldsTheEntriesInOrder) {
     EXPECT_FALSE(entries.contains(menu.checkUpdate()));
     EXPECT_GE(menu.minimumWidth(), 120);
     EXPECT_EQ(app->statusItem()->contextMenu(), &menu);
+}
+
+// In a process of its own, since a picture once looked up is kept for the process.
+TEST_F(AppDelegateTest, MissingTrayImagesLeaveTheItemWithoutAPictureAndNothingElse) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(launchWithoutPicturesThenExit(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(AppDelegateTest, LaunchEntriesSwitchAndKeepExactlyOneChecked) {
