@@ -7,6 +7,8 @@
 #include <QFileInfo>
 #include <QLocalSocket>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,6 +33,27 @@ QString privateFolder(const QString &path) {
     return path;
 }
 
+// Held while a start looks for the running program and, finding none, listens: two starts at
+// once would otherwise both find nobody, and the later one would remove the earlier one's
+// socket. The kernel drops the lock with a process that crashes.
+class ClaimLock {
+public:
+    explicit ClaimLock(const QString &path)
+        : m_fd(::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+        if (m_fd >= 0)
+            ::flock(m_fd, LOCK_EX);
+    }
+    ~ClaimLock() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    ClaimLock(const ClaimLock &) = delete;
+    ClaimLock &operator=(const ClaimLock &) = delete;
+
+private:
+    const int m_fd;
+};
+
 } // namespace
 
 SingleInstance::SingleInstance(const QString &socketPath, QObject *parent)
@@ -51,6 +74,7 @@ QString SingleInstance::defaultSocketPath() {
 bool SingleInstance::claimOrHandOver() {
     if (m_socketPath.isEmpty())
         return true;
+    const ClaimLock lock(m_socketPath + u".lock"_s);
     if (handOver())
         return false;
     // Nobody answers: what is there is left from a program that ended without cleaning up.
