@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and installs Vantrelo, starts its privileged helper (through
-# systemd where it runs, by hand otherwise) and then shows the volumes.
+# systemd where it runs, by hand otherwise), then starts the application in the desktop of the
+# person who ran the script (through sudo or pkexec too). Without a desktop it shows the volumes
+# on the command line instead.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -8,9 +10,12 @@ cmake --preset release >/dev/null
 cmake --build --preset release -j "$(nproc)"
 
 ctl=build/release/ctl/vantreloctl
+app=build/release/app/vantrelo
 if [ "$(id -u)" -eq 0 ]; then
   cmake --install build/release >/dev/null
-  helper=$(cmake -L -N build/release | sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p')/libexec/vantrelo-helper
+  prefix=$(cmake -L -N build/release | sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p')
+  helper=$prefix/libexec/vantrelo-helper
+  app=$prefix/bin/vantrelo
   socket=${VANTRELO_HELPER_SOCKET:-/run/Q7W4E2R9T1.com.corvin.pellodisk.vantrelo-helper.sock}
   if [ -d /run/systemd/system ]; then
     systemctl daemon-reload
@@ -34,4 +39,44 @@ if [ "$(id -u)" -eq 0 ]; then
 else
   echo "not root: the privileged helper was not installed or started" >&2
 fi
-exec "$ctl" list "$@"
+
+if [ -z "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
+  echo "No display (neither DISPLAY nor WAYLAND_DISPLAY is set), so no window: the volumes are listed here."
+  exec "$ctl" list "$@"
+fi
+
+# The application belongs to the person behind sudo or pkexec, not to root.
+uid=$(id -u)
+if [ "$uid" -eq 0 ] && [ -n "${PKEXEC_UID:-}" ]; then
+  uid=$PKEXEC_UID
+elif [ "$uid" -eq 0 ] && [ -n "${SUDO_USER:-}" ]; then
+  uid=$(id -u "$SUDO_USER")
+fi
+IFS=: read -r name _ _ gid _ home _ < <(getent passwd "$uid")
+
+# sudo and pkexec drop the session's runtime folder and bus address; both are found again under
+# /run/user, where a second start must also find the running program's instance socket.
+runtime=${XDG_RUNTIME_DIR:-}
+if [ -z "$runtime" ] || [ "$(stat -c %u "$runtime" 2>/dev/null)" != "$uid" ]; then
+  runtime=/run/user/$uid
+  [ "$(stat -c %u "$runtime" 2>/dev/null)" = "$uid" ] || runtime=""
+fi
+session=(HOME="$home" USER="$name" LOGNAME="$name")
+if [ -n "$runtime" ]; then
+  session+=(XDG_RUNTIME_DIR="$runtime")
+  if [ -z "${DBUS_SESSION_BUS_ADDRESS:-}" ] && [ -S "$runtime/bus" ]; then
+    session+=(DBUS_SESSION_BUS_ADDRESS="unix:path=$runtime/bus")
+  fi
+fi
+become=()
+if [ "$uid" -ne "$(id -u)" ]; then
+  become=(setpriv --reuid="$uid" --regid="$gid" --init-groups)
+fi
+
+log_dir=$home/.local/state/vantrelo
+# A second start hands over to the running program, which shows its window again.
+verb=started
+pgrep -u "$uid" -x vantrelo >/dev/null && verb="already running, its window shown again,"
+setsid -f "${become[@]}" env -u XDG_RUNTIME_DIR "${session[@]}" sh -c \
+  'mkdir -p "$1" && exec "$2" </dev/null >>"$1/vantrelo.log" 2>&1' sh "$log_dir" "$(realpath "$app")"
+echo "vantrelo $verb for $name on ${WAYLAND_DISPLAY:-$DISPLAY} (log: $log_dir/vantrelo.log)"
