@@ -20,9 +20,10 @@ set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE ${VANTRELO_VENDOR_SITE})
 # Libraries (Qt 6, libmount, libblkid, libudev) come from dpkg-shlibdeps; the tools the helper
-# runs and the services it talks to are named here.
+# runs and the services it talks to are named here, and so is the Qt SVG plugin package: every
+# image is an SVG read through that plugin, which no linked library pulls in.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "ntfs-3g, polkitd, udisks2, dbus, eject")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "ntfs-3g, polkitd, udisks2, dbus, eject, libqt6svg6")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "xdg-utils")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${PROJECT_SOURCE_DIR}/cmake/debian/postinst
