@@ -5,6 +5,12 @@
 # on the command line instead.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# The daemons and the application started below outlive this script: they must not keep the
+# caller's open files (a lock held around this script would stay held by them).
+for fd in /proc/$$/fd/*; do
+  fd=${fd##*/}
+  [ "$fd" -gt 2 ] && eval "exec $fd>&-" 2>/dev/null || true
+done
 scripts/install-deps.sh
 cmake --preset release >/dev/null
 cmake --build --preset release -j "$(nproc)"
