@@ -1,5 +1,5 @@
 #include "helperclient/wire/WireClient.h"
-#include "tests/support/Wait.h"
+#include "tests/support/HelperDaemon.h"
 
 #include <QDir>
 #include <QFile>
@@ -40,36 +40,13 @@ bool runTool(const QString &program, const QStringList &arguments, QString *outp
     return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
 }
 
-// The built daemon on a socket of its own for the whole run.
-class Daemon {
-public:
-    Daemon() {
-        // The flood benchmark reaches the socket as another user.
-        QFile::setPermissions(m_dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
-                                                QFile::ExeGroup | QFile::ExeOther);
-        m_socket = m_dir.filePath(u"helper.sock"_s);
-        m_process.setProgram(QStringLiteral(VANTRELO_HELPER_DAEMON));
-        m_process.setArguments({u"--socket"_s, m_socket});
-        m_process.setStandardOutputFile(QProcess::nullDevice());
-        m_process.setStandardErrorFile(QProcess::nullDevice());
-        m_process.start();
-        m_process.waitForStarted();
-        testsupport::waitUntil([this] { return bool(WireClient::connectTo(m_socket)); });
-    }
-    ~Daemon() {
-        m_process.terminate();
-        m_process.waitForFinished(30000);
-    }
-    QString socket() const { return m_socket; }
-
-private:
-    QTemporaryDir m_dir;
-    QString m_socket;
-    QProcess m_process;
-};
-
-Daemon &daemon() {
-    static Daemon instance;
+// The built daemon on a socket of its own for the whole run; the flood benchmark reaches it as
+// another user.
+testsupport::HelperDaemon &daemon() {
+    static testsupport::HelperDaemon instance;
+    // One that does not start shows in each benchmark as a daemon that does not answer.
+    [[maybe_unused]] static const QString why = instance.start(
+        QStringLiteral(VANTRELO_HELPER_DAEMON), QProcessEnvironment::systemEnvironment(), false);
     return instance;
 }
 
@@ -129,7 +106,7 @@ void BM_MountReadWriteCommand(benchmark::State &state) {
     Image image;
     if (!setUpOrSkip(image, state))
         return;
-    auto client = WireClient::connectTo(daemon().socket());
+    auto client = WireClient::connectTo(daemon().socketPath());
     if (!client) {
         state.SkipWithError("the daemon does not answer");
         return;
@@ -179,7 +156,7 @@ void BM_VersionRoundTripUnderLoad(benchmark::State &state) {
         std::vector<std::thread> threads;
         for (int c = 0; c < kClients; ++c) {
             threads.emplace_back([&] {
-                auto client = WireClient::connectTo(daemon().socket());
+                auto client = WireClient::connectTo(daemon().socketPath());
                 if (!client)
                     return;
                 std::vector<double> mine;
@@ -323,8 +300,8 @@ void BM_RootVersionUnderAnotherUsersFlood(benchmark::State &state) {
         state.SkipWithError("needs root to flood as another user");
         return;
     }
-    auto client = WireClient::connectTo(daemon().socket());
-    Flood flood(daemon().socket(), 48, 8);
+    auto client = WireClient::connectTo(daemon().socketPath());
+    Flood flood(daemon().socketPath(), 48, 8);
     if (!client || !flood.started()) {
         state.SkipWithError("the daemon does not answer or the flood did not start");
         return;

@@ -1,16 +1,10 @@
 #include "tests/helper/DaemonFixture.h"
 
 #include "helper/DeviceFacts.h"
-#include "helperclient/wire/WireClient.h"
 #include "tests/support/QtPrinters.h"
 #include "tests/support/SystemCommand.h"
-#include "tests/support/Wait.h"
 
-#include <QFile>
-#include <QFileInfo>
 #include <QProcessEnvironment>
-
-#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 using testsupport::LoopImage;
@@ -21,26 +15,13 @@ void DaemonTest::SetUp() {
         GTEST_SKIP() << "the helper daemon mounts and formats devices: needs root";
     QString why;
     ASSERT_TRUE(polkit.start(QStringLiteral(VANTRELO_POLKIT_POLICY), &why)) << why.toStdString();
-    ::chmod(QFile::encodeName(socketDir.path()).constData(), 0755);
-    socketPath = socketDir.filePath(u"helper.sock"_s);
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, polkit.address());
-    daemon.setProcessEnvironment(environment);
-    daemon.setProcessChannelMode(QProcess::ForwardedChannels);
-    daemon.start(QStringLiteral(VANTRELO_HELPER_DAEMON), {u"--socket"_s, socketPath});
-    ASSERT_TRUE(testsupport::waitUntil([&] {
-        return bool(wire::WireClient::connectTo(socketPath));
-    })) << "the daemon never listened";
+    ASSERT_EQ(daemon.start(QStringLiteral(VANTRELO_HELPER_DAEMON), environment), QString());
 }
 
 void DaemonTest::TearDown() {
-    if (daemon.state() != QProcess::NotRunning) {
-        daemon.terminate();
-        if (!daemon.waitForFinished(60000))
-            daemon.kill();
-        EXPECT_EQ(daemon.exitStatus(), QProcess::NormalExit);
-        EXPECT_FALSE(QFileInfo::exists(socketPath)) << "socket left behind";
-    }
+    EXPECT_TRUE(daemon.stop()) << "the daemon crashed or left its socket behind";
     polkit.stop();
 }
 

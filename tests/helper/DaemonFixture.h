@@ -1,10 +1,8 @@
 #pragma once
 
+#include "tests/support/HelperDaemon.h"
 #include "tests/support/LoopImage.h"
 #include "tests/support/PrivatePolkit.h"
-
-#include <QProcess>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -35,7 +33,6 @@ protected:
     static QString diskState(const QString &devicePath);
 
     testsupport::PrivatePolkit polkit;
-    QTemporaryDir socketDir;
-    QString socketPath;
-    QProcess daemon;
+    testsupport::HelperDaemon daemon;
+    const QString socketPath = daemon.socketPath();
 };
