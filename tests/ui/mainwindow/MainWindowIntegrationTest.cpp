@@ -2,8 +2,12 @@
 #include "tests/support/RecordingInteraction.h"
 #include "tests/support/Udevd.h"
 #include "tests/support/Wait.h"
+#include "ui/controls/LLButton.h"
+#include "ui/mainwindow/NTDiskViewController.h"
 #include "ui/mainwindow/NTMainWindowController.h"
 #include "util/InstallPaths.h"
+
+#include <QLabel>
 
 #include <gtest/gtest.h>
 
@@ -29,11 +33,19 @@ protected:
         DaemonTest::TearDown();
     }
 
-    static NTDiskDrivePtr listedAt(const NTMainWindowController &window, const QString &path) {
+    static NTDiskDriveList listedAt(const NTMainWindowController &window, const QString &path) {
+        NTDiskDriveList listed;
         for (const NTDiskDrivePtr &drive : window.externalDrive()->childArray())
             if (drive->mountPath() == path)
-                return drive;
-        return nullptr;
+                listed.append(drive);
+        return listed;
+    }
+    // Selects the external volume's row; its panel, built now if it was not yet.
+    static NTDiskViewController *select(NTMainWindowController &window,
+                                        const NTDiskDrivePtr &drive) {
+        window.outlineView()->selectRow(int(2 + window.internalDrive()->childArray().size() +
+                                            window.externalDrive()->childArray().indexOf(drive)));
+        return window.vcDic().value(drive->mountPath());
     }
 
     testsupport::Udevd udevd;
@@ -55,10 +67,12 @@ TEST_F(MainWindowOnRealDisks, ReadOnlyNtfsBecomesWritableInPlaceAndLeavesTheList
     const QString path = image->mount(image->device(), u"ntfs"_s, true, &why);
     ASSERT_FALSE(path.isEmpty()) << why.toStdString();
 
-    ASSERT_TRUE(testsupport::waitUntil([&] { return bool(listedAt(window, path)); }))
+    ASSERT_TRUE(testsupport::waitUntil([&] { return !listedAt(window, path).isEmpty(); }))
         << "the volume never appeared in the list";
-    const NTDiskDrivePtr drive = listedAt(window, path);
+    const NTDiskDrivePtr drive = listedAt(window, path).constFirst();
     EXPECT_EQ(drive->formatDescription(), u"Windows NTFS"_s);
+    EXPECT_EQ(select(window, drive)->permissionValueField()->text(),
+              qtTrId("disk_permission_readonly"));
     EXPECT_TRUE(testsupport::waitUntil([&] {
         return drive->isWritable() && NTDiskManager::checkWrite(path);
     })) << "the helper never made it writable: "
@@ -66,8 +80,18 @@ TEST_F(MainWindowOnRealDisks, ReadOnlyNtfsBecomesWritableInPlaceAndLeavesTheList
     EXPECT_TRUE(diskState(image->device()).endsWith(path + u" rw"_s))
         << diskState(image->device()).toStdString();
 
+    // The helper's remount is an unmount and a new mount: one row for the path again, whose
+    // panel offers the writable volume's actions.
+    const NTDiskDriveList listed = listedAt(window, path);
+    ASSERT_EQ(listed.size(), 1);
+    const NTDiskViewController *panel = select(window, listed.constFirst());
+    ASSERT_TRUE(panel);
+    EXPECT_EQ(panel->permissionValueField()->text(), qtTrId("disk_permission_readwrite"));
+    EXPECT_TRUE(panel->repairButton()->isEnabled());
+    EXPECT_TRUE(panel->eraseButton()->isEnabled());
+
     ASSERT_TRUE(image->unmount(path));
-    EXPECT_TRUE(testsupport::waitUntil([&] { return !listedAt(window, path); }))
+    EXPECT_TRUE(testsupport::waitUntil([&] { return listedAt(window, path).isEmpty(); }))
         << "the volume stayed in the list";
 }
 
