@@ -12,7 +12,10 @@
 #include "ui/controls/LLDrakMode.h"
 #include "ui/mainwindow/NTBackGroundView.h"
 #include "ui/mainwindow/NTDiskViewController.h"
+#include "ui/mainwindow/NTFullAccessWindowController.h"
 #include "ui/mainwindow/NTImageView.h"
+#include "ui/mainwindow/NTLoadingWindowController.h"
+#include "ui/mainwindow/NTRenameWindowController.h"
 #include "ui/mainwindow/NTTableCellView.h"
 #include "ui/mainwindow/NTTableRowView.h"
 #include "ui/mainwindow/NTTruncatingLabel.h"
@@ -394,14 +397,18 @@ TEST_F(MainWindow, ThemeCloseAndRatingHook) {
     EXPECT_EQ(rowNames(*window), rows);
 }
 
-// The window with several volumes, each selected in turn, in every language: translated texts that
-// fit, rows that screen readers can name.
+// The window with each kind of volume selected in turn, and the dialogs with the rename error
+// line, in every language: translated texts that fit, rows that screen readers can name.
 TEST_F(MainWindow, TextsAreTranslatedAndFitInEveryLanguage) {
     disks->add({u"nvme0n1p2"_s, u"/"_s, u"System"_s, u"ext4"_s, false, false});
     disks->add({u"sdb1"_s, u"/media/anna/My Passport"_s, u"My Passport"_s, u"ntfs"_s, true, true});
     disks->add({u"sdc1"_s, u"/media/anna/Backup"_s, u"Backup"_s, u"ntfs"_s, true, false});
     const QStringList keys = testsupport::translationKeys();
     ASSERT_FALSE(keys.isEmpty());
+    const auto expectReadable = [&keys](const QWidget *window, const std::string &where) {
+        EXPECT_EQ(testsupport::clippedTexts(window), QStringList()) << where;
+        EXPECT_EQ(testsupport::untranslatedTexts(window, keys), QStringList()) << where;
+    };
     for (const QString &language : {u"en"_s, u"zh-Hans"_s, u"ja"_s, u"de"_s, u"fr"_s}) {
         MuLanguage::setLanguage(language);
         auto window = loadedWindow();
@@ -413,10 +420,19 @@ TEST_F(MainWindow, TextsAreTranslatedAndFitInEveryLanguage) {
         for (int row : {1, 3, 4}) {
             window->outlineView()->selectRow(row);
             QCoreApplication::processEvents();
-            const std::string where = language.toStdString() + " row " + std::to_string(row);
-            EXPECT_EQ(testsupport::clippedTexts(window.get()), QStringList()) << where;
-            EXPECT_EQ(testsupport::untranslatedTexts(window.get(), keys), QStringList()) << where;
+            expectReadable(window.get(), language.toStdString() + " row " + std::to_string(row));
         }
+        NTRenameWindowController rename;
+        rename.show();
+        rename.okAction();
+        NTFullAccessWindowController guide(nullptr, [] { return true; });
+        guide.show();
+        const QWidget *sheet =
+            NTLoadingWindowController::beginSheet(window.get(), qtTrId("disk_erase_loading"));
+        QCoreApplication::processEvents();
+        for (const QWidget *dialog : std::initializer_list<const QWidget *>{&rename, &guide, sheet})
+            expectReadable(dialog,
+                           language.toStdString() + " " + dialog->objectName().toStdString());
     }
     MuLanguage::setLanguage({});
 }

@@ -21,10 +21,14 @@ void type(NTRenameWindowController &dialog, const QString &text) {
     QTest::keyClicks(dialog.inputField(), text);
 }
 
+void click(QAbstractButton *button) {
+    QTest::mouseClick(button, Qt::LeftButton);
+}
+
 TEST(NTRenameWindowController, EmptyOkShowsTheErrorAndTypingClearsIt) {
     NTRenameWindowController dialog;
     dialog.show();
-    QTest::mouseClick(dialog.okButton(), Qt::LeftButton);
+    click(dialog.okButton());
     EXPECT_TRUE(dialog.isVisible());
     EXPECT_EQ(dialog.response(), 0);
     EXPECT_EQ(dialog.tipField()->text(), qtTrId("rename_error_empty"));
@@ -41,50 +45,25 @@ TEST(NTRenameWindowController, EmptyOkShowsTheErrorAndTypingClearsIt) {
 TEST(NTRenameWindowController, PresentHandsOnTheNameOnlyAfterOk) {
     struct Case {
         const char *what;
+        QString typed;
         Step step;
         int response;
-        std::optional<QString> name;
     };
     const Case cases[] = {
-        {"blanks only are a name",
+        {"blanks only are a name", u"   "_s, [](auto &d) { click(d.okButton()); }, 1},
+        {"Enter is OK", u"Daten 2"_s,
+         [](auto &d) { QTest::keyClick(d.inputField(), Qt::Key_Return); }, 1},
+        {"Cancel", u"Data"_s, [](auto &d) { click(d.cancelButton()); }, 0},
+        {"Escape", u"Data"_s, [](auto &d) { QTest::keyClick(d.inputField(), Qt::Key_Escape); }, 0},
+        {"close box", u"Data"_s, [](auto &d) { d.close(); }, 0},
+        {"another window closes", u"Data"_s,
          [](auto &d) {
-             type(d, u"   "_s);
-             QTest::mouseClick(d.okButton(), Qt::LeftButton);
-         },
-         1, u"   "_s},
-        {"Enter is OK",
-         [](auto &d) {
-             type(d, u"Daten 2"_s);
-             QTest::keyClick(d.inputField(), Qt::Key_Return);
-         },
-         1, u"Daten 2"_s},
-        {"Cancel",
-         [](auto &d) {
-             type(d, u"Data"_s);
-             QTest::mouseClick(d.cancelButton(), Qt::LeftButton);
-         },
-         0, std::nullopt},
-        {"Escape",
-         [](auto &d) {
-             type(d, u"Data"_s);
-             QTest::keyClick(d.inputField(), Qt::Key_Escape);
-         },
-         0, std::nullopt},
-        {"close box",
-         [](auto &d) {
-             type(d, u"Data"_s);
-             d.close();
-         },
-         0, std::nullopt},
-        {"another window closes",
-         [](auto &d) {
-             type(d, u"Data"_s);
              QWidget other;
              other.show();
              other.close();
              EXPECT_FALSE(d.isVisible()) << "the modal session did not end";
          },
-         0, std::nullopt},
+         0},
     };
     QWidget parent;
     parent.setGeometry(200, 150, 900, 700);
@@ -98,6 +77,7 @@ TEST(NTRenameWindowController, PresentHandsOnTheNameOnlyAfterOk) {
                 << "not centred on the window";
             auto *rename = qobject_cast<NTRenameWindowController *>(dialog);
             ASSERT_NE(rename, nullptr);
+            type(*rename, c.typed);
             c.step(*rename);
             EXPECT_FALSE(dialog->isVisible()) << c.what;
         };
@@ -105,7 +85,7 @@ TEST(NTRenameWindowController, PresentHandsOnTheNameOnlyAfterOk) {
         NTRenameWindowController::present(&parent, [&](int response, std::optional<QString> name) {
             ++calls;
             EXPECT_EQ(response, c.response) << c.what;
-            EXPECT_EQ(name, c.name) << c.what;
+            EXPECT_EQ(name, c.response ? std::optional(c.typed) : std::nullopt) << c.what;
         });
         EXPECT_EQ(calls, 1) << c.what;
         EXPECT_EQ(interaction.modalDialogs.size(), 1) << c.what;
