@@ -1,14 +1,7 @@
 #include "ui/controls/Interaction.h"
 
-#include "tests/support/RecordingInteraction.h"
-
-#include <QDialog>
-#include <QDialogButtonBox>
-#include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QTest>
-#include <QVBoxLayout>
 
 #include <gtest/gtest.h>
 
@@ -49,56 +42,6 @@ TEST(Interaction, AlertClosedWithoutAButtonAnswersAsItsLast) {
     EXPECT_EQ(Interaction::alertReturn(*box), Interaction::kFirstButtonReturn + 2);
     const std::unique_ptr<QMessageBox> bare = Interaction::makeAlertBox(nullptr, {});
     EXPECT_EQ(Interaction::alertReturn(*bare), Interaction::kFirstButtonReturn);
-}
-
-TEST(RecordingInteraction, StandsInWhileItLives) {
-    Interaction *real = &Interaction::shared();
-    {
-        RecordingInteraction recording;
-        EXPECT_EQ(&Interaction::shared(), &recording);
-        recording.alertAnswers.enqueue(Interaction::kFirstButtonReturn);
-        recording.folderAnswers.enqueue(QStringLiteral("/media/usb"));
-        Interaction &shared = Interaction::shared();
-        EXPECT_EQ(shared.runAlert(nullptr, threeButtonAlert()), 1000);
-        EXPECT_EQ(shared.runAlert(nullptr, threeButtonAlert()), 1002);
-        EXPECT_EQ(shared.chooseFolder(nullptr, QStringLiteral("Pick"), QStringLiteral("/")),
-                  QStringLiteral("/media/usb"));
-        EXPECT_EQ(shared.chooseFolder(nullptr, QStringLiteral("Pick"), QStringLiteral("/")),
-                  QString());
-        EXPECT_TRUE(shared.openUrl(QUrl(QStringLiteral("https://example.org/guide"))));
-        EXPECT_EQ(recording.alerts.size(), 2);
-        EXPECT_EQ(recording.folderRequests.size(), 2);
-        EXPECT_EQ(recording.openedUrls,
-                  QList<QUrl>{QUrl(QStringLiteral("https://example.org/guide"))});
-    }
-    EXPECT_EQ(&Interaction::shared(), real);
-}
-
-TEST(RecordingInteraction, ModalDialogsRunTheTestsCallback) {
-    QDialog dialog;
-    auto *edit = new QLineEdit(&dialog);
-    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
-    auto *layout = new QVBoxLayout(&dialog);
-    layout->addWidget(edit);
-    layout->addWidget(buttons);
-    QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
-    QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
-
-    RecordingInteraction recording;
-    recording.onModal = [&](QDialog *shown) {
-        EXPECT_TRUE(shown->isVisible());
-        QTest::keyClicks(edit, QStringLiteral("Backup"));
-        QTest::mouseClick(buttons->button(QDialogButtonBox::Ok), Qt::LeftButton);
-    };
-    EXPECT_EQ(Interaction::shared().runModalForWindow(&dialog), QDialog::Accepted);
-    EXPECT_EQ(edit->text(), QStringLiteral("Backup"));
-    EXPECT_FALSE(dialog.isVisible());
-
-    // Left open, it counts as closed.
-    recording.onModal = nullptr;
-    EXPECT_EQ(Interaction::shared().runModalForWindow(&dialog), QDialog::Rejected);
-    EXPECT_FALSE(dialog.isVisible());
-    EXPECT_EQ(recording.modalDialogs.size(), 2);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include <QAccessible>
 #include <QEnterEvent>
+#include <QHBoxLayout>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -59,6 +60,7 @@ TEST_P(LLButtonPointer, PaintsTheStateColour) {
         }
     }
     EXPECT_EQ(button.currentBackgroundColor(), GetParam().expected);
+    EXPECT_EQ(button.grab().toImage().pixelColor(3, 15), GetParam().expected);
     EXPECT_EQ(clicks.count(), GetParam().clicks);
     if (GetParam().clicks) {
         EXPECT_EQ(colourDuringClick, kPressed);
@@ -86,6 +88,28 @@ TEST(LLButton, StateColoursStoreAndOnlyStateZeroRepaints) {
                       stored == state ? red : defaults[stored]);
         EXPECT_EQ(button.currentBackgroundColor(), state == 0 ? red : kNormal);
     }
+}
+
+// Tab shows where the focus went, past a disabled button, which is greyed; a click's focus shows
+// nothing.
+TEST(LLButton, DisabledAndKeyboardFocusedButtonsLookSo) {
+    QWidget window;
+    auto *layout = new QHBoxLayout(&window);
+    LLButton *buttons[3];
+    for (LLButton *&button : buttons) {
+        button = new LLButton(QStringLiteral("Open"));
+        layout->addWidget(button);
+    }
+    buttons[1]->setEnabled(false);
+    window.show();
+    QApplication::setActiveWindow(&window);
+    const auto colour = [](LLButton *button) { return button->grab().toImage().pixelColor(3, 8); };
+    QTest::mouseClick(buttons[0], Qt::LeftButton, {}, QPoint(5, 5));
+    EXPECT_EQ(colour(buttons[0]), kNormal);
+    EXPECT_NE(colour(buttons[1]), kNormal);
+    QTest::keyClick(buttons[0], Qt::Key_Tab);
+    ASSERT_TRUE(buttons[2]->hasFocus());
+    EXPECT_NE(colour(buttons[2]), kNormal);
 }
 
 TEST(LLButton, CornerRadiusIsOnlyStored) {

@@ -22,14 +22,3 @@ TEST(LLImage, NamesFindTheirImageAndNothingElse) {
     EXPECT_TRUE(LLImage::hasBundledImage(QStringLiteral("internaldrive_selected")));
     EXPECT_FALSE(LLImage::hasBundledImage(QStringLiteral("../images/status_icon")));
 }
-
-TEST(LLImage, SelectedDrivesDrawDifferently) {
-    for (const char *drive : {"internaldrive", "externaldrive"}) {
-        const QString name = QString::fromLatin1(drive);
-        const QImage normal =
-            LLImage::imageNamed(name + QStringLiteral("_normal")).pixmap(32, 32).toImage();
-        const QImage selected =
-            LLImage::imageNamed(name + QStringLiteral("_selected")).pixmap(32, 32).toImage();
-        EXPECT_NE(normal, selected) << drive;
-    }
-}
