@@ -8,6 +8,7 @@
 #include "system/LLStartUpItemConfig.h"
 #include "system/MuLanguage.h"
 #include "system/UserDefaults.h"
+#include "tests/support/LogRecord.h"
 #include "tests/support/RecordingInteraction.h"
 #include "tests/support/Wait.h"
 #include "ui/mainwindow/NTMainWindowController.h"
@@ -15,9 +16,6 @@
 
 #include <QAction>
 #include <QCoreApplication>
-#include <QLoggingCategory>
-#include <QMutex>
-#include <QRegularExpression>
 #include <QSystemTrayIcon>
 #include <QTemporaryDir>
 #include <QThreadPool>
@@ -36,41 +34,7 @@ static void removeBundledImages() {
 
 namespace {
 
-using Event = QStringList; // name, action, label
-
-QMutex g_eventMutex;
-QList<Event> g_events;
-QStringList g_listLines;
-
-QString field(const QString &message, const QString &key) {
-    const QRegularExpression pattern(u"\"%1\"\\s*,\\s*\"([^\"]*)\""_s.arg(key));
-    return pattern.match(message).captured(1);
-}
-
-void recordEvents(QtMsgType, const QMessageLogContext &context, const QString &message) {
-    static const QRegularExpression name(u"^event \"([^\"]*)\""_s);
-    if (qstrcmp(context.category, "vantrelo.app") == 0 && message.startsWith(u"Volume list"_s)) {
-        QMutexLocker lock(&g_eventMutex);
-        g_listLines.append(message);
-        return;
-    }
-    const QRegularExpressionMatch match = name.match(message);
-    if (qstrcmp(context.category, "vantrelo.analytics") != 0 || !match.hasMatch())
-        return;
-    QMutexLocker lock(&g_eventMutex);
-    g_events.append(
-        {match.captured(1), field(message, u"event_action"_s), field(message, u"event_label"_s)});
-}
-
-QStringList listLines() {
-    QMutexLocker lock(&g_eventMutex);
-    return g_listLines;
-}
-
-QList<Event> takeEvents() {
-    QMutexLocker lock(&g_eventMutex);
-    return std::exchange(g_events, {});
-}
+using Event = LogRecord::Event;
 
 class RecordingHelper final : public CommandDelegate {
 public:
@@ -91,15 +55,11 @@ private:
 class AppDelegateTest : public testing::Test {
 protected:
     void SetUp() override {
-        QLoggingCategory::setFilterRules(u"vantrelo.analytics.debug=true"_s);
-        m_previousHandler = qInstallMessageHandler(recordEvents);
         m_disks->add({u"sda2"_s, u"/"_s, u"root"_s, u"ext4"_s});
         m_disks->add({u"sdb1"_s, u"/media/u/Stick"_s, u"Stick"_s, u"ntfs"_s, true, true});
         UserDefaults::standard().setStringArray({u"de-DE"_s}, u"AppleLanguages"_s);
-        takeEvents();
     }
     void TearDown() override {
-        qInstallMessageHandler(m_previousHandler);
         UserDefaults::standard().removeObjectForKey(u"AppleLanguages"_s);
         InstallPaths::clearOverrides();
         MuLanguage::setLanguage({});
@@ -136,7 +96,7 @@ protected:
     NTDiskManager m_manager{FakeDisks::system(m_disks)};
     RecordingHelper m_helper;
     RecordingInteraction m_interaction;
-    QtMessageHandler m_previousHandler = nullptr;
+    LogRecord m_log;
 };
 
 TEST_F(AppDelegateTest, FirstLaunchIsRecordedOnceThenLaterLaunches) {
@@ -144,8 +104,9 @@ TEST_F(AppDelegateTest, FirstLaunchIsRecordedOnceThenLaterLaunches) {
     UserDefaults::standard().synchronize();
 
     auto first = launch();
-    EXPECT_EQ(takeEvents(), (QList<Event>{{u"LifeCycle"_s, u"soft_launch_first"_s, u""_s},
-                                          {u"Menu"_s, u"show mainpage"_s, u""_s}}));
+    EXPECT_EQ(LogRecord::takeEvents(),
+              (QList<Event>{{u"LifeCycle"_s, u"soft_launch_first"_s, u""_s},
+                            {u"Menu"_s, u"show mainpage"_s, u""_s}}));
     EXPECT_TRUE(UserDefaults::standard().boolForKey(u"notfirst_launch"_s));
     EXPECT_EQ(UserDefaults(UserDefaults::standardFilePath()).objectForKey(u"notfirst_launch"_s),
               QVariant(true));
@@ -155,48 +116,30 @@ TEST_F(AppDelegateTest, FirstLaunchIsRecordedOnceThenLaterLaunches) {
     first.reset();
 
     auto second = launch();
-    EXPECT_EQ(takeEvents(), (QList<Event>{{u"LifeCycle"_s, u"soft_launch"_s, u""_s},
-                                          {u"Menu"_s, u"show mainpage"_s, u""_s}}));
+    EXPECT_EQ(LogRecord::takeEvents(), (QList<Event>{{u"LifeCycle"_s, u"soft_launch"_s, u""_s},
+                                                     {u"Menu"_s, u"show mainpage"_s, u""_s}}));
 }
 
 TEST_F(AppDelegateTest, LogSaysOnceWhenTheFilledListIsDrawn) {
-    g_listLines.clear();
     // A manager made after the disks were added, so it reports none of them as new mounts.
     NTDiskManager manager{FakeDisks::system(m_disks)};
     AppDelegate app(&manager, &m_helper);
     app.applicationDidFinishLaunching();
-    ASSERT_TRUE(testsupport::waitUntil([] { return !listLines().isEmpty(); }));
+    const auto listLines = [] { return LogRecord::lines("vantrelo.app").filter(u"Volume list"_s); };
+    ASSERT_TRUE(testsupport::waitUntil([&] { return !listLines().isEmpty(); }));
     // Later paints of the list say nothing more.
     app.mainWindowVC()->outlineView()->viewport()->repaint();
     QCoreApplication::processEvents();
     EXPECT_EQ(listLines(), QStringList{u"Volume list on screen: 2 volumes"_s});
 }
 
-TEST_F(AppDelegateTest, StartBringsLoginItemInLineWithSetting) {
-    for (const bool enableBoot : {false, true}) {
-        SCOPED_TRACE(enableBoot);
-        LLStartUpItemConfig::setStartAtLogin(!enableBoot);
-        LLSettingConfig::sharedConfig().setEnableBoot(enableBoot);
-        LLSettingConfig::sharedConfig().save();
-        auto app = launch();
-        EXPECT_EQ(LLStartUpItemConfig::isStartAtLogin(), enableBoot);
-        EXPECT_EQ(app->launchOn()->isChecked(), enableBoot);
-        EXPECT_EQ(app->launchOff()->isChecked(), !enableBoot);
-    }
-}
-
 TEST_F(AppDelegateTest, MenuHoldsTheEntriesInOrder) {
     auto app = launch();
     const StatusMenu &menu = *app->mainMenu();
     const QList<QAction *> entries = menu.actions();
-    const QStringList keys = {u"menu_home"_s,
-                              {},
-                              u"disk_action_ejectAll"_s,
-                              u"menu_launch"_s,
-                              u"menu_faq"_s,
-                              u"menu_feedback"_s,
-                              {},
-                              u"menu_quit"_s};
+    const QStringList keys =
+        u"menu_home,,disk_action_ejectAll,menu_launch,menu_faq,menu_feedback,,menu_quit"_s.split(
+            u',');
     ASSERT_EQ(entries.size(), keys.size());
     for (qsizetype i = 0; i < keys.size(); ++i) {
         SCOPED_TRACE(i);
@@ -222,13 +165,25 @@ TEST_F(AppDelegateTest, MissingTrayImagesLeaveTheItemWithoutAPictureAndNothingEl
     EXPECT_EXIT(launchWithoutPicturesThenExit(), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(AppDelegateTest, LaunchEntriesSwitchAndKeepExactlyOneChecked) {
+// At start the login item follows the stored setting; the entries switch both. Either way
+// exactly one entry is checked.
+TEST_F(AppDelegateTest, LaunchAtLoginFollowsTheSettingThenTheEntries) {
+    for (const bool enableBoot : {false, true}) {
+        SCOPED_TRACE(enableBoot);
+        LLStartUpItemConfig::setStartAtLogin(!enableBoot);
+        LLSettingConfig::sharedConfig().setEnableBoot(enableBoot);
+        LLSettingConfig::sharedConfig().save();
+        auto app = launch();
+        EXPECT_EQ(LLStartUpItemConfig::isStartAtLogin(), enableBoot);
+        EXPECT_EQ(app->launchOn()->isChecked(), enableBoot);
+        EXPECT_EQ(app->launchOff()->isChecked(), !enableBoot);
+    }
     auto app = launch();
-    takeEvents();
+    LogRecord::takeEvents();
     for (QAction *entry : {app->launchOn(), app->launchOn(), app->launchOff()}) {
         const bool on = entry == app->launchOn();
         entry->trigger();
-        EXPECT_EQ(takeEvents(),
+        EXPECT_EQ(LogRecord::takeEvents(),
                   (QList<Event>{{u"Menu"_s, u"launch at login"_s, on ? u"on"_s : u"off"_s}}));
         EXPECT_EQ(app->launchOn()->isChecked(), on);
         EXPECT_EQ(app->launchOff()->isChecked(), !on);
@@ -239,11 +194,11 @@ TEST_F(AppDelegateTest, LaunchEntriesSwitchAndKeepExactlyOneChecked) {
 
 TEST_F(AppDelegateTest, GuideAndFeedbackOpenTheirAddresses) {
     auto app = launch();
-    takeEvents();
+    LogRecord::takeEvents();
     app->mainMenu()->faq()->trigger();
     app->mainMenu()->feedback()->trigger();
-    EXPECT_EQ(takeEvents(), (QList<Event>{{u"Menu"_s, u"help document"_s, u""_s},
-                                          {u"Menu"_s, u"feedback"_s, u""_s}}));
+    EXPECT_EQ(LogRecord::takeEvents(), (QList<Event>{{u"Menu"_s, u"help document"_s, u""_s},
+                                                     {u"Menu"_s, u"feedback"_s, u""_s}}));
     ASSERT_EQ(m_interaction.openedUrls.size(), 2);
     EXPECT_TRUE(m_interaction.openedUrls[0].toString().endsWith(
         u"vantrelo-guide.html?pdf=vantrelo-helper-guide-de.pdf"_s));
@@ -256,9 +211,9 @@ TEST_F(AppDelegateTest, EjectAllAsksTheHelperForEachEjectableVolumeOnly) {
     ASSERT_TRUE(helper.isValid());
     InstallPaths::setOverride(InstallPaths::Component::HelperExecutable, helper.path());
     auto app = launch();
-    takeEvents();
+    LogRecord::takeEvents();
     app->mainMenu()->ejectAll()->trigger();
-    EXPECT_EQ(takeEvents(), (QList<Event>{{u"Menu"_s, u"eject all"_s, u""_s}}));
+    EXPECT_EQ(LogRecord::takeEvents(), (QList<Event>{{u"Menu"_s, u"eject all"_s, u""_s}}));
     ASSERT_TRUE(testsupport::waitUntil([&] { return !m_helper.sent().isEmpty(); }));
     QThreadPool::globalInstance()->waitForDone();
     const auto sent = m_helper.sent();

@@ -15,6 +15,17 @@ namespace {
 // the X server, its exit status and the files it leaves.
 class ApplicationProcessTest : public testing::Test {
 protected:
+    void SetUp() override {
+        const QString missing = DesktopSession::missingPrograms(withTray());
+        if (!missing.isEmpty())
+            GTEST_SKIP() << "a desktop under Xvfb needs " << missing.toStdString();
+        ASSERT_TRUE(m_home.isValid());
+        ASSERT_TRUE(QDir().mkpath(runtimeFolder()));
+        QFile::setPermissions(runtimeFolder(),
+                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        const QString why = m_desktop.start(withTray());
+        ASSERT_TRUE(why.isEmpty()) << why.toStdString();
+    }
     void TearDown() override {
         for (const auto &app : m_apps) {
             app->terminate();
@@ -22,18 +33,8 @@ protected:
                 app->kill();
         }
     }
+    virtual bool withTray() const { return true; }
 
-    void startDesktop(bool withTray) {
-        const QString missing = DesktopSession::missingPrograms(withTray);
-        if (!missing.isEmpty())
-            GTEST_SKIP() << "a desktop under Xvfb needs " << missing.toStdString();
-        ASSERT_TRUE(m_home.isValid());
-        ASSERT_TRUE(QDir().mkpath(runtimeFolder()));
-        QFile::setPermissions(runtimeFolder(),
-                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        const QString why = m_desktop.start(withTray);
-        ASSERT_TRUE(why.isEmpty()) << why.toStdString();
-    }
     QString runtimeFolder() const { return m_home.filePath(u"runtime"_s); }
     QString defaultsFolder() const { return m_home.filePath(u".config/vantrelo"_s); }
 
@@ -67,9 +68,6 @@ protected:
 };
 
 TEST_F(ApplicationProcessTest, WindowAndTrayIconAppearAndASecondStartBringsTheWindowBack) {
-    startDesktop(true);
-    if (IsSkipped() || HasFatalFailure())
-        return;
     QProcess &first = startApp();
     ASSERT_TRUE(waitForWindow(first)) << "the main window never appeared";
     const quint32 window = windowOf(first);
@@ -100,10 +98,11 @@ TEST_F(ApplicationProcessTest, WindowAndTrayIconAppearAndASecondStartBringsTheWi
     EXPECT_EQ(first.state(), QProcess::Running);
 }
 
-TEST_F(ApplicationProcessTest, WithoutATrayClosingTheWindowEndsTheProgram) {
-    startDesktop(false);
-    if (IsSkipped() || HasFatalFailure())
-        return;
+class WithoutATray : public ApplicationProcessTest {
+    bool withTray() const override { return false; }
+};
+
+TEST_F(WithoutATray, ClosingTheWindowEndsTheProgram) {
     QProcess &app = startApp();
     ASSERT_TRUE(waitForWindow(app)) << "the main window never appeared";
     m_desktop.askToClose(windowOf(app));
@@ -112,9 +111,6 @@ TEST_F(ApplicationProcessTest, WithoutATrayClosingTheWindowEndsTheProgram) {
 }
 
 TEST_F(ApplicationProcessTest, TwoStartsAtOnceLeaveOneProgramWithItsWindow) {
-    startDesktop(true);
-    if (IsSkipped() || HasFatalFailure())
-        return;
     QProcess &one = startApp();
     QProcess &other = startApp();
     ASSERT_TRUE(testsupport::waitUntil([&] {
@@ -129,9 +125,6 @@ TEST_F(ApplicationProcessTest, TwoStartsAtOnceLeaveOneProgramWithItsWindow) {
 }
 
 TEST_F(ApplicationProcessTest, CorruptSettingsAreSetAsideAndTheProgramStartsFromDefaults) {
-    startDesktop(true);
-    if (IsSkipped() || HasFatalFailure())
-        return;
     const QByteArray damaged = "{\"notfirst_launch\": {\"type\": \"bool\", \"value\": tr\xff";
     ASSERT_TRUE(QDir().mkpath(defaultsFolder()));
     QFile file(defaultsFolder() + u"/defaults.json"_s);

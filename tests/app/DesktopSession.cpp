@@ -134,10 +134,8 @@ std::unique_ptr<QProcess> DesktopSession::launch(const QString &program,
 
 void DesktopSession::startAsPerson(QProcess *process, const QString &program,
                                    const QStringList &arguments) const {
-    if (m_runAs.isEmpty())
-        process->start(program, arguments);
-    else
-        process->start(m_runAs.first(), m_runAs.mid(1) + QStringList{program} + arguments);
+    const QStringList command = m_runAs + QStringList{program} + arguments;
+    process->start(command.first(), command.mid(1));
 }
 
 bool DesktopSession::run(const QString &program, const QStringList &arguments) const {
@@ -174,61 +172,53 @@ quint32 DesktopSession::pidOf(quint32 window) const {
     return pid;
 }
 
-bool DesktopSession::isMapped(quint32 window) const {
-    const auto reply = owned(xcb_get_window_attributes_reply(
-        m_connection, xcb_get_window_attributes(m_connection, window), nullptr));
-    return reply && reply->map_state == XCB_MAP_STATE_VIEWABLE;
+quint32 DesktopSession::root() const {
+    return xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
 }
 
-bool DesktopSession::isOverrideRedirect(quint32 window) const {
-    const auto reply = owned(xcb_get_window_attributes_reply(
-        m_connection, xcb_get_window_attributes(m_connection, window), nullptr));
-    return reply && reply->override_redirect;
-}
-
-QList<quint32> DesktopSession::descendants(quint32 window) const {
+QList<quint32> DesktopSession::children(quint32 window) const {
     const auto reply =
         owned(xcb_query_tree_reply(m_connection, xcb_query_tree(m_connection, window), nullptr));
     if (!reply)
         return {};
-    const xcb_window_t *children = xcb_query_tree_children(reply.get());
-    QList<quint32> all;
-    for (int i = 0; i < xcb_query_tree_children_length(reply.get()); ++i)
-        all << children[i] << descendants(children[i]);
-    return all;
+    const xcb_window_t *first = xcb_query_tree_children(reply.get());
+    return QList<quint32>(first, first + xcb_query_tree_children_length(reply.get()));
 }
 
-QList<quint32> DesktopSession::topLevels() const {
-    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
-    const auto reply =
-        owned(xcb_query_tree_reply(m_connection, xcb_query_tree(m_connection, root), nullptr));
-    if (!reply)
-        return {};
-    const xcb_window_t *children = xcb_query_tree_children(reply.get());
-    return QList<quint32>(children, children + xcb_query_tree_children_length(reply.get()));
+std::optional<bool> DesktopSession::shownAsPopup(quint32 window) const {
+    const auto reply = owned(xcb_get_window_attributes_reply(
+        m_connection, xcb_get_window_attributes(m_connection, window), nullptr));
+    if (!reply || reply->map_state != XCB_MAP_STATE_VIEWABLE)
+        return std::nullopt;
+    return reply->override_redirect != 0;
+}
+
+quint32 DesktopSession::mappedTopLevelOf(qint64 pid, bool popup) const {
+    for (const quint32 window : children(root()))
+        if (shownAsPopup(window) == popup && pidOf(window) == pid)
+            return window;
+    return 0;
 }
 
 quint32 DesktopSession::mappedWindowOf(qint64 pid) const {
-    for (const quint32 window : topLevels())
-        if (pidOf(window) == pid && isMapped(window) && !isOverrideRedirect(window))
-            return window;
-    return 0;
+    return mappedTopLevelOf(pid, false);
 }
 
 quint32 DesktopSession::popupOf(qint64 pid) const {
-    for (const quint32 window : topLevels())
-        if (pidOf(window) == pid && isMapped(window) && isOverrideRedirect(window))
-            return window;
-    return 0;
+    return mappedTopLevelOf(pid, true);
 }
 
 quint32 DesktopSession::trayIconOf(qint64 pid) const {
-    for (const quint32 panel : topLevels()) {
+    for (const quint32 panel : children(root())) {
         if (!property(panel, XCB_ATOM_WM_CLASS).contains("trayer"))
             continue;
-        for (const quint32 window : descendants(panel))
-            if (pidOf(window) == pid && isMapped(window))
+        // The icon's window sits somewhere below the panel's embedding windows.
+        for (QList<quint32> below = children(panel); !below.isEmpty();) {
+            const quint32 window = below.takeFirst();
+            if (pidOf(window) == pid && shownAsPopup(window).has_value())
                 return window;
+            below << children(window);
+        }
     }
     return 0;
 }
@@ -243,9 +233,8 @@ QRect DesktopSession::geometryOf(quint32 window) const {
         xcb_get_geometry_reply(m_connection, xcb_get_geometry(m_connection, window), nullptr));
     if (!reply)
         return {};
-    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
     const auto origin = owned(xcb_translate_coordinates_reply(
-        m_connection, xcb_translate_coordinates(m_connection, window, root, 0, 0), nullptr));
+        m_connection, xcb_translate_coordinates(m_connection, window, root(), 0, 0), nullptr));
     return origin ? QRect(origin->dst_x, origin->dst_y, reply->width, reply->height) : QRect();
 }
 

@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 
 #include <memory>
+#include <optional>
 
 struct xcb_connection_t;
 
@@ -55,13 +56,14 @@ public:
     void move(quint32 window, const QPoint &topLeft) const;
 
 private:
-    QList<quint32> topLevels() const;
+    quint32 root() const;
+    QList<quint32> children(quint32 window) const;
+    // Whether window is mapped, and then whether it bypasses the window manager (a pop-up).
+    std::optional<bool> shownAsPopup(quint32 window) const;
+    quint32 mappedTopLevelOf(qint64 pid, bool popup) const;
     quint32 atom(const char *name) const;
     QByteArray property(quint32 window, quint32 property) const;
     quint32 pidOf(quint32 window) const;
-    bool isMapped(quint32 window) const;
-    bool isOverrideRedirect(quint32 window) const;
-    QList<quint32> descendants(quint32 window) const;
     bool trayIsOwned() const;
     QString startDisplay();
     QString startBus();
