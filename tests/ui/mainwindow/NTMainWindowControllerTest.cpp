@@ -108,11 +108,9 @@ protected:
         if (!manager)
             manager = std::make_unique<NTDiskManager>(FakeDisks::system(disks));
         auto window = std::make_unique<NTMainWindowController>(manager.get());
-        bool loaded = false;
-        QObject::connect(window.get(), &NTMainWindowController::initialListDidLoad, window.get(),
-                         [&loaded] { loaded = true; });
+        QSignalSpy loaded(window.get(), &NTMainWindowController::initialListDidLoad);
         window->show();
-        EXPECT_TRUE(testsupport::waitUntil([&loaded] { return loaded; }));
+        EXPECT_TRUE(testsupport::waitUntil([&loaded] { return loaded.count() == 1; }));
         return window;
     }
     static QStringList rowNames(const NTMainWindowController &window) {
@@ -206,11 +204,8 @@ TEST_F(MainWindow, FirstListPutsInternalVolumesFirstAndSelectsRowOne) {
         disks = std::make_shared<FakeDisks>();
         for (const FakeDisks::Volume &v : c.volumes)
             disks->add(v);
-        NTDiskManager local(FakeDisks::system(disks));
-        auto window = std::make_unique<NTMainWindowController>(&local);
-        QSignalSpy loaded(window.get(), &NTMainWindowController::initialListDidLoad);
-        window->show();
-        ASSERT_TRUE(testsupport::waitUntil([&loaded] { return loaded.count() == 1; }));
+        manager.reset();
+        const auto window = loadedWindow();
         EXPECT_EQ(rowNames(*window), c.rows);
         EXPECT_EQ(window->outlineView()->selectedRow(), 1);
         EXPECT_EQ(window->vcDic().keys(), QStringList{c.panelKey});
